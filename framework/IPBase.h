@@ -1,0 +1,137 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+class Frame;
+class IniFileIO;
+class RegisterTable;
+
+// Binding record of one bound variable: a scalar or a fixed array of 1-, 2- or 4-byte integers.
+struct TVarInfo {
+    std::pair<std::string, std::string> name;  // INI section and key, also the register table name
+    int size = 4;           // bytes per element: 1, 2, anything else means 4
+    int count = 1;          // elements; 1 for a scalar
+    bool isSigned = false;  // only 2-byte elements read as signed; 1-byte are unsigned, 4-byte signed
+};
+
+// One register address and the value to write there.
+struct TAddrVal {
+    int address = 0;
+    int value = 0;
+};
+
+// Global run settings handed to every block operation. The codec reads the frame index and the
+// CFA layout; the remaining fields are filled by the random-test driver.
+struct TGlobalParam {
+    int frameIndex = 0;  // numbers the golden files; negative writes none
+    int cfa = 0;         // CFA_TYPE_HW value
+    int width = 0;       // input picture size of the current test
+    int height = 0;
+    int depth = 12;           // input bit depth
+    int frameCount = 1;       // frames per test
+    int testIndex = 0;        // number of the current random test
+    unsigned int seed = 0;    // seed the current test was drawn from
+    bool useRandomRange = false;  // draw parameters from randomMin..randomMax instead of minVal..maxVal
+};
+
+// One register field of a parameter. Registers are 16 bits wide; a field wider than what is left of
+// its first register continues in the low bits of the following ones (up to spanHi - spanLo more).
+struct TRegEntity {
+    int address = -1;  // first register; negative: the parameter occupies no register here
+    int spanLo = 0;    // span of registers, two bounds; spanLo > spanHi is an empty span
+    int spanHi = 0;
+    int dstHi = 15;    // bit range within the first register
+    int dstLo = 0;
+    int srcHi = 31;    // bit range within the element
+    int srcLo = 0;
+    int index = -1;    // array element the field takes; -1: the field's position in the list
+};
+
+// The register table's record of one parameter.
+struct TParamInfo {
+    std::string section;
+    std::string key;
+    int minVal = 0;  // checking range, inclusive
+    int maxVal = 0;
+    int randomMin = 0;  // range used for randomisation on request
+    int randomMax = 0;
+    std::vector<int> defaultVal;  // empty: no default
+    bool iniExcluded = false;     // kept out of INI loading and saving
+    std::vector<TRegEntity> regs;
+};
+
+// Replaces bits dstHi..dstLo of reg by the low bits of value's bits srcHi..srcLo.
+void setBits(int value, int srcHi, int srcLo, int& reg, int dstHi, int dstLo);
+
+// The library-wide MT19937 generator used for parameter randomisation.
+void setRandSeed(unsigned int seed);
+// Uniform integer in lo..hi (inclusive) from the library-wide generator.
+int randomVal(int lo, int hi);
+
+// Base of every image-processing block: name, parameter bindings, run cycle, register generation.
+class IPBase {
+public:
+    explicit IPBase(const std::string& name);
+    IPBase(const IPBase&) = delete;
+    IPBase& operator=(const IPBase&) = delete;
+    virtual ~IPBase();
+
+    virtual bool init(IniFileIO& ini, RegisterTable& regs, TGlobalParam& g,
+                      std::vector<std::string>& errors);
+    virtual void allocateOutputFrame(const std::vector<Frame*>& in, std::vector<Frame*>& out);
+    virtual bool execute(std::vector<Frame*>& in, std::vector<Frame*>& out, TGlobalParam& g);
+    virtual void dumpRegister(TGlobalParam& g);
+    virtual void setEnable(bool on);
+    virtual bool isEnabled();
+    virtual bool randomSpecificParam(RegisterTable& regs, TGlobalParam& g, bool useRandomRange,
+                                     std::vector<std::string>& errors);
+    virtual bool getRegisterAddress(RegisterTable& regs, std::unordered_set<int>& addresses,
+                                    std::vector<std::string>& errors);
+    virtual bool getRegisterValue(RegisterTable& regs, std::map<int, int>& values,
+                                  std::vector<std::string>& errors);
+    virtual bool getRegisterValueSequence(RegisterTable& regs, std::vector<TAddrVal>& seq,
+                                          std::vector<std::string>& errors);
+    virtual bool checkParam(RegisterTable& regs, std::vector<std::string>& errors);
+    virtual bool saveParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::string>& errors,
+                           bool onlyChanged);
+
+    std::string getName() const;
+    std::string getNameLower() const;
+    std::string getNameUpper() const;
+    std::string getSectionNameLower() const;
+    std::string getEnableKey() const;
+    void setInstanceName(const std::string& instanceName) { m_instanceName = instanceName; }
+
+    bool run(std::vector<Frame*>& in, std::vector<Frame*>& out, TGlobalParam& param,
+             std::string dumpDir, int index);
+    void release();
+
+    void bind(void* var, const std::pair<std::string, std::string>& name, int size, bool isSigned,
+              int count);
+    void setDefaultParam(RegisterTable& regs);
+    bool loadParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::string>& errors);
+    bool randomParam(RegisterTable& regs, bool useRandomRange, std::vector<std::string>& errors);
+    const TParamInfo* getParamInfo(RegisterTable& regs, void* var,
+                                   std::vector<std::string>& errors);
+    const TParamInfo* getParamRange(RegisterTable& regs, void* var,
+                                    std::vector<std::string>& errors, bool useRandomRange, int& lo,
+                                    int& hi);
+
+    const std::map<void*, TVarInfo>& bindings() const { return m_varInfo; }
+    bool paramLoaded() const { return m_paramLoaded; }
+
+protected:
+    std::map<void*, TVarInfo> m_varInfo;
+    std::map<void*, void*> m_savedValue;  // snapshot buffers of size x count bytes, owned
+    std::string m_instanceName;
+    std::string m_name;
+    bool m_paramLoaded = false;
+
+public:
+    int m_dumpLevel = 0;       // golden reference files are written only when at least 1
+    std::string m_outputDir;   // directory of the golden reference files
+};
