@@ -1,0 +1,178 @@
+// Frame-level drivers: compress a 12-bit frame into a frame of block-code bytes (one byte per
+// pixel, each block's 8 bytes at its own 8 columns), decompress it back into 16-bit pixels
+// (12-bit value in the top bits), and write the golden reference files a hardware
+// implementation is checked against.
+#include <cstdio>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "codec/Compression1x8.h"
+#include "image/DataDumper.h"
+#include "image/Frame.h"
+
+using namespace fbc;
+
+namespace {
+
+std::string goldenPath(const std::string& dir, const std::string& stem, const char* kind, int index,
+                       const char* ext) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "_%s_%0*d.%s", kind, 4, index, ext);
+    return dir + "/" + stem + buf;
+}
+
+// Text and raw golden files stay open for one frame; closing is automatic.
+struct File {
+    std::FILE* f = nullptr;
+    File(const std::string& path, const char* mode) : f(std::fopen(path.c_str(), mode)) {}
+    ~File() {
+        if (f) std::fclose(f);
+    }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+};
+
+// Whether a frame's samples can be addressed directly: no accessor offsets to apply.
+bool plain(const Frame& f) { return f.offsetX == 0 && f.offsetY == 0 && f.data != nullptr; }
+
+}  // namespace
+
+void Compression1x8::allocateCompressedFrame(int width, int height, Frame& f) {
+    f.create(Enable == 1 ? (width + 7) & ~7 : width, height);
+    f.cs = Frame::CS_RAW;
+    f.depth = 8;
+}
+
+void Compression1x8::compressDecompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex) {
+    Frame tmp(Frame::CS_RAW, CFA_RGGB, 16, RGBIR_NONE);
+    allocateCompressedFrame(in.width, in.height, tmp);
+    CompressFrame(in, tmp, cfa, frameIndex);
+    DecompressFrame(tmp, out, frameIndex);
+}
+
+void Compression1x8::CompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex) {
+    out.cfa = static_cast<CFA_TYPE_HW>(cfa);
+    FrameWidth = in.width;
+    SwingRowSelect = sw_dpcm_swing_en != 0 ? (frameIndex & 1) : reg_dpcm_swing_rounder_en;
+    if (Enable == 0) {
+        out = in;
+        return;
+    }
+    const int width = in.width, height = in.height;
+    if (static_cast<long long>(width) * height >= 0x1FFFFFFF) throw std::bad_array_new_length();
+
+    const bool dump = m_dumpLevel >= 1 && frameIndex >= 0;
+    const std::string stem = getNameLower();
+    File inputLines(dump ? goldenPath(m_outputDir, stem, "golden_ref_com_input", frameIndex, "txt") : "", "w");
+    File raw(dump ? goldenPath(m_outputDir, stem, "com_input", frameIndex, "raw") : "", "wb");
+
+    // Working copy of the input, row-major, as the hardware's line buffer sees it.
+    std::vector<int> work(static_cast<std::size_t>(width > 0 && height > 0 ? width : 0) * (height > 0 ? height : 0));
+    for (int y = 0; y < height; ++y) {
+        int* row = work.data() + static_cast<std::size_t>(y) * width;
+        for (int x = 0; x < width; ++x) row[x] = in.GetPixel(x, y);
+        if (raw.f) {
+            for (int x = 0; x < width; ++x) {
+                std::fputc(row[x] & 0xFF, raw.f);
+                std::fputc((row[x] >> 8) & 0xFF, raw.f);
+            }
+        }
+    }
+
+    // Row parity for the Truncate extension: layouts 1 and 3 start with the other colour pair.
+    const bool oddCfa = (cfa & ~2) == 1;
+    const bool direct = plain(out) && out.width >= ((width + 7) & ~7) && out.height >= height;
+    for (int y = 0; y < height; ++y) {
+        const bool parity = oddCfa ? (y & 1) == 0 : (y & 1) == 1;
+        const int* row = work.data() + static_cast<std::size_t>(y) * width;
+        for (int x = 0; x < width; x += 8) {
+            int block[8] = {0, 0, 0, 0, 0, 0, 0, 0};  // a short last block is padded with zeros
+            const int n = width - x < 8 ? width - x : 8;
+            for (int k = 0; k < n; ++k) block[k] = row[x + k];
+            const BlockCode code = encodeBlock(block, parity);
+            if (inputLines.f) {
+                std::fprintf(inputLines.f, "%03x_%03x_%03x_%03x_%03x_%03x_%03x_%03x\n", block[7], block[6],
+                             block[5], block[4], block[3], block[2], block[1], block[0]);
+            }
+            if (direct) {
+                PIXEL* dst = out.data + static_cast<std::size_t>(y) * out.width + x;
+                for (int k = 0; k < 8; ++k) dst[k] = static_cast<int>((code >> (8 * k)) & 0xFF);
+            } else {
+                for (int k = 0; k < 8; ++k) out.GetPixel(x + k, y) = static_cast<int>((code >> (8 * k)) & 0xFF);
+            }
+        }
+    }
+    if (dump) {
+        DataDumper::dumpNByteAlignedData(goldenPath(m_outputDir, stem, "golden_ref_com", frameIndex, "txt").c_str(),
+                                         out, 8, 8);
+    }
+}
+
+void Compression1x8::DecompressFrame(const Frame& in, Frame& out, int frameIndex) {
+    if (Enable == 0) {
+        out = in;
+        return;
+    }
+    const bool dump = m_dumpLevel >= 1 && frameIndex >= 0;
+    const std::string stem = getNameLower();
+    File inputLines(dump ? goldenPath(m_outputDir, stem, "golden_ref_dec_input", frameIndex, "txt") : "", "w");
+
+    const bool directIn = plain(in) && (in.width & 7) == 0;
+    const bool directOut = plain(out) && out.height >= in.height;
+    for (int y = 0; y < in.height; ++y) {
+        for (int x = 0; x < in.width; x += 8) {
+            unsigned char bytes[8];
+            if (directIn) {
+                const PIXEL* src = in.data + static_cast<std::size_t>(y) * in.width + x;
+                for (int k = 0; k < 8; ++k) bytes[k] = static_cast<unsigned char>(src[k]);
+            } else {
+                for (int k = 0; k < 8; ++k) bytes[k] = static_cast<unsigned char>(in.GetPixel(x + k, y));
+            }
+            if (inputLines.f) {
+                std::fprintf(inputLines.f, "%02x_%02x_%02x_%02x_%02x_%02x_%02x_%02x\n", bytes[7], bytes[6],
+                             bytes[5], bytes[4], bytes[3], bytes[2], bytes[1], bytes[0]);
+            }
+            int px[8];
+            decodeBlock(loadCode(bytes), px);
+            const int n = out.width - x < 8 ? out.width - x : 8;
+            if (directOut) {
+                PIXEL* dst = out.data + static_cast<std::size_t>(y) * out.width + x;
+                for (int k = 0; k < n; ++k) dst[k] = px[k] * 16;
+            } else {
+                for (int k = 0; k < n; ++k) out.GetPixel(x + k, y) = px[k] * 16;
+            }
+        }
+    }
+    if (dump) {
+        DataDumper::dumpNByteAlignedData(goldenPath(m_outputDir, stem, "golden_ref_dec", frameIndex, "txt").c_str(),
+                                         out, 12, 12);
+    }
+}
+
+void Compression1x8::DecompressFrame(unsigned char* in, unsigned short* out, int width, int height, int) {
+    if (height <= 0 || width <= 0) return;
+    if (Enable == 0) {
+        const std::size_t n = static_cast<std::size_t>(width) * height;
+        for (std::size_t i = 0; i < n; ++i) out[i] = in[i];
+        return;
+    }
+    decompressRows(in, out, width, 0, height);
+}
+
+void Compression1x8::decompressRows(const unsigned char* in, unsigned short* out, int width, int rowBegin,
+                                    int rowEnd) {
+    // The compressed row stride is the width, not the width rounded up to 8: the last block of a
+    // short row reads its missing bytes from the start of the next row (on the last row, up to 7
+    // bytes past the buffer's nominal end) and keeps only the pixels inside the row.
+    for (int r = rowBegin; r < rowEnd; ++r) {
+        const unsigned char* src = in + static_cast<std::size_t>(r) * width;
+        unsigned short* dst = out + static_cast<std::size_t>(r) * width;
+        for (int x = 0; x < width; x += 8) {
+            int px[8];
+            decodeBlock(loadCode(src + x), px);
+            const int n = width - x < 8 ? width - x : 8;
+            for (int i = 0; i < n; ++i) dst[x + i] = static_cast<unsigned short>(px[i] << 4);
+        }
+    }
+}

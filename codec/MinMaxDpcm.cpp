@@ -1,0 +1,161 @@
+// MinMax and DPCM: two modes that code a block relative to its extremes (Pmin, Pmax, Pminpos,
+// computed by EncodeCalculateSAD before any cost function runs).
+//
+// MinMax keeps the minimum and maximum at 12 bits and gives each pixel one of three levels.
+//
+//  63 ...... 56 | 55 .. 40 | 39 .. 28 | 27 .. 16 | 15 14 | ... | 1 0
+//   1 0 1 1 1 1 1 1 |    0     |   Pmin   |   Pmax   | pix 0 | ... | pix 7   (0 mid, 1 min, 2 max)
+//
+// DPCM keeps a 12-bit base and codes each pixel as a 6-bit multiple of a power-of-two step above
+// it. The pixel at Pminpos codes 0 by construction and is not transmitted.
+//
+//  63 .. 60 | 59 .. 48 | 47 ......................... 6 | 5 .. 3  | 2 .. 0
+//   1 0 0 1 |   base   | seven 6-bit codes, pixel 7 first | Pminpos | shift
+//              (skipping Pminpos; the first written occupies bits 6..11)
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "codec/Compression1x8.h"
+
+namespace {
+
+constexpr fbc::BlockCode kMinMaxPrefix = fbc::BlockCode{0xBF} << 56;
+constexpr fbc::BlockCode kDpcmPrefix = fbc::BlockCode{0x9} << 60;
+
+// Row 0 rounds to nearest (half the step), row 1 rounds half down (half the step less one).
+constexpr int kRounder[2][7] = {{0, 1, 2, 4, 8, 16, 32}, {0, 0, 1, 3, 7, 15, 31}};
+
+}  // namespace
+
+void Compression1x8::CalculateMinMaxSAD(const int* p) {
+    const int mid = (Pmax + Pmin) >> 1;
+    const int x = Pmax - mid;
+    const int t = x / 2 + x % 2;  // half the distance to an extreme, rounded up
+    int sad = 0, maxErr = 0;
+    for (int i = 0; i < 8; ++i) {
+        const int d = p[i] - mid;
+        int symbol, r;
+        if (std::abs(d) < t) {
+            symbol = 0;
+            r = mid;
+        } else if (d < 0) {
+            symbol = 1;
+            r = Pmin;
+        } else {
+            symbol = 2;
+            r = Pmax;
+        }
+        MinMaxIdx[i] = symbol;
+        const int e = std::abs(p[i] - r);
+        sad += e;
+        maxErr = std::max(maxErr, e);
+    }
+    MinMaxSAD = sad;
+    MinMaxMaxErr = maxErr;
+}
+
+fbc::BlockCode Compression1x8::encodeMinMax() const {
+    fbc::BlockCode c = kMinMaxPrefix | fbc::putField(Pmin, 28, 12) | fbc::putField(Pmax, 16, 12);
+    for (int i = 0; i < 8; ++i) c |= fbc::putField(MinMaxIdx[i], 2 * (7 - i), 2);
+    return c;
+}
+
+void Compression1x8::decodeMinMax(fbc::BlockCode code, int* out) {
+    const int mx = static_cast<int>(fbc::getField(code, 16, 12));
+    const int mn = static_cast<int>(fbc::getField(code, 28, 12));
+    const int level[4] = {(mx + mn) >> 1, mn, mx, mx};
+    for (int i = 0; i < 8; ++i) out[i] = level[fbc::getField(code, 2 * (7 - i), 2)];
+}
+
+void Compression1x8::CalculateDPCMSAD(const int* p) {
+    DPCMSAD = 32767;
+    DPCMMaxErr = 4095;
+    DPCMBase = Pmin;
+    const int range = Pmax - Pmin;
+    // The expansion switch is 0 or 1 in hardware; other values are kept within the shift range
+    // the data path has, so the model stays defined for any register content.
+    const int maxShift = std::clamp(3 + reg_dpcm_stepsize_expansion_en, 0, 6);
+
+    int s0 = 6;
+    for (int s = 0; s < 6; ++s) {
+        if (range < (64 << s)) {
+            s0 = s;
+            break;
+        }
+    }
+    DPCMShift = std::min(s0, maxShift);
+    DPCMStep = 1 << DPCMShift;
+    // Only rows 0 and 1 exist; any non-zero selector takes row 1.
+    DPCMRounder = kRounder[(reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0) ? 1 : 0][DPCMShift];
+
+    if (reg_dpcm_pmin_lsb_update_en != 0) {
+        // Move the base's low bits towards the block's average low bits.
+        const int m = DPCMStep - 1;
+        int lowSum = 0;
+        for (int i = 0; i < 8; ++i) lowSum += p[i] & m;
+        const int a = (lowSum + 4) >> 3;
+        const int low = Pmin & m;
+        int adj;
+        if (DPCMRounder + 1 + low <= a)
+            adj = a - DPCMStep;
+        else if (low - (DPCMStep - DPCMRounder - 1) > a)
+            adj = a + DPCMStep;
+        else
+            adj = a;
+        DPCMBase = std::clamp(Pmin - low + adj, 0, 4095);
+    }
+
+    for (int i = 0; i < 8; ++i) Diffmin[i] = std::min((p[i] - DPCMBase + DPCMRounder) / DPCMStep, 63);
+
+    if ((64 << maxShift) <= range) return;  // range too wide: DPCM cannot code the block
+
+    if (Diffmin[Pminpos] != 0) {
+        // The hardware's invariant: the minimum pixel codes 0 and is never transmitted.
+        std::fprintf(stderr, "%s:%d: Compression1x8::CalculateDPCMSAD: Assertion `%s' failed.\n",
+                     __FILE__, __LINE__, "Diffmin[Pminpos] == 0");
+        std::abort();
+    }
+
+    int sad = 0, maxErr = 0;
+    for (int i = 0; i < 8; ++i) {
+        const int r = std::min(Diffmin[i] * DPCMStep + DPCMBase, 4095);
+        const int e = std::abs(p[i] - r);
+        sad += e;
+        maxErr = std::max(maxErr, e);
+    }
+    DPCMSAD = sad;
+    DPCMMaxErr = maxErr;
+}
+
+fbc::BlockCode Compression1x8::encodeDPCM() const {
+    fbc::BlockCode c = kDpcmPrefix | fbc::putField(DPCMBase, 48, 12) |
+                       fbc::putField(Pminpos, 3, 3) | fbc::putField(log2(DPCMStep), 0, 3);
+    int lo = 6;
+    for (int i = 7; i >= 0; --i) {
+        if (i == Pminpos) continue;
+        c |= fbc::putField(Diffmin[i], lo, 6);
+        lo += 6;
+    }
+    return c;
+}
+
+void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out) {
+    const int shift = static_cast<int>(fbc::getField(code, 0, 3));
+    const int pos = static_cast<int>(fbc::getField(code, 3, 3));
+    const int base = static_cast<int>(fbc::getField(code, 48, 12));
+    int lo = 6;
+    for (int i = 7; i >= 0; --i) {
+        int d = 0;
+        if (i != pos) {
+            d = static_cast<int>(fbc::getField(code, lo, 6));
+            lo += 6;
+        }
+        out[i] = std::min((d << shift) + base, 4095);
+    }
+}
+
+void Compression1x8::encodeMinMax(int*, bool* code) { fbc::unpackCode(encodeMinMax(), code); }
+void Compression1x8::decodeMinMax(bool* code, int* out) { decodeMinMax(fbc::packCode(code), out); }
+void Compression1x8::encodeDPCM(int*, bool* code) { fbc::unpackCode(encodeDPCM(), code); }
+void Compression1x8::decodeDPCM(bool* code, int* out) { decodeDPCM(fbc::packCode(code), out); }
