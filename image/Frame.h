@@ -240,4 +240,8 @@ void demosaicSite(const Frame& bayer, int cfa, int x, int y, int rgb[3]);
 // A full colour picture: three values per pixel (R, G, B), row-major.
 void demosaicToRGB(const Frame& bayer, int cfa, std::vector<int>& rgb);
 
+// Fills the created frame with a Bayer mosaic of an RGB picture (three samples per pixel,
+// fileWidth pixels per row): each site takes the component its colour filter passes.
+void mosaicFromRgb(const unsigned short* rgb, int fileWidth, int cfa, Frame& f);
+
 }  // namespace fbc
