@@ -1,0 +1,58 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "image/Frame.h"
+
+// Pictures in and out of the command-line tool. Every function reports failure as one line of
+// text naming the file; none prints or exits.
+namespace fbc {
+
+// Raw packing of the tool's own files: little-endian 16-bit words, each a sample 0..4095.
+constexpr int kRawPlain16 = -1;
+
+struct PictureOptions {
+  int cfa = CFA_RGGB;       // Bayer layout a colour picture is sampled with
+  int width = 0;            // size of headerless raw files
+  int height = 0;
+  int rawMode = kRawPlain16;  // or a packing 0..4 as ParseRAWFile reads it
+};
+
+// Loads a picture as a 12-bit CS_RAW frame, chosen by extension:
+//   .ppm  P3/P6 colour, scaled to 12 bits and sampled into a Bayer mosaic of options.cfa
+//   .pgm  P2/P5 grey, scaled to 12 bits
+//   .raw  options.width x options.height words in options.rawMode
+bool loadPicture(const std::string& path, const PictureOptions& options, Frame& frame,
+                 std::string& error);
+
+// Three values per pixel (R, G, B), row-major.
+struct RgbImage {
+  int width = 0;
+  int height = 0;
+  std::vector<int> rgb;
+};
+
+// Grey picture of one frame's samples, one channel per pixel.
+RgbImage greyImage(const Frame& frame);
+
+// 16-bit pictures (maxval 65535, samples limited to 0..65535, most significant byte first).
+bool writePgm16(const std::string& path, const Frame& frame, std::string& error);
+bool writePpm16(const std::string& path, const RgbImage& image, std::string& error);
+// 8-bit pictures for viewing: samples of `depth` bits brought to 8 bits and limited to 0..255.
+bool writePgm8(const std::string& path, const Frame& frame, int depth, std::string& error);
+bool writePpm8(const std::string& path, const RgbImage& image, int depth, std::string& error);
+
+// Heat scale for error maps, 8 bits per channel: 0 black, rising through red and yellow to
+// white at maxValue and above.
+void heatColour(int value, int maxValue, int rgb[3]);
+
+// Two pictures next to each other, `gap` black columns between; the shorter one is padded
+// with black rows at the bottom.
+RgbImage sideBySide(const RgbImage& left, const RgbImage& right, int gap);
+
+// Writes the bytes to a temporary file in the same directory and renames it into place, so a
+// failed write never leaves a truncated file under the final name.
+bool writeFileAtomically(const std::string& path, const std::string& bytes, std::string& error);
+
+}  // namespace fbc
