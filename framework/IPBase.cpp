@@ -1,0 +1,421 @@
+#include "framework/IPBase.h"
+
+#include <cctype>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <random>
+
+#include "config/IniFileIO.h"
+#include "framework/RegisterTable.h"
+#include "image/Frame.h"
+
+namespace {
+
+// Bytes per element: 1, 2, and anything else stands for 4.
+int elementBytes(const TVarInfo& v) { return v.size == 1 || v.size == 2 ? v.size : 4; }
+
+std::size_t variableBytes(const TVarInfo& v) {
+    return static_cast<std::size_t>(elementBytes(v)) * static_cast<std::size_t>(v.count > 0 ? v.count : 0);
+}
+
+// Widens element i: 1 byte unsigned, 2 bytes unsigned unless bound as signed, 4 bytes signed.
+int readElement(const void* var, const TVarInfo& v, int i) {
+    const unsigned char* p = static_cast<const unsigned char*>(var) + i * elementBytes(v);
+    switch (elementBytes(v)) {
+    case 1:
+        return *p;
+    case 2: {
+        std::uint16_t u;
+        std::memcpy(&u, p, sizeof u);
+        return v.isSigned ? static_cast<int>(static_cast<std::int16_t>(u)) : static_cast<int>(u);
+    }
+    default: {
+        std::int32_t s;
+        std::memcpy(&s, p, sizeof s);
+        return s;
+    }
+    }
+}
+
+// Stores the value truncated to the element's width.
+void storeElement(void* var, const TVarInfo& v, int i, int value) {
+    unsigned char* p = static_cast<unsigned char*>(var) + i * elementBytes(v);
+    switch (elementBytes(v)) {
+    case 1:
+        *p = static_cast<unsigned char>(value);
+        break;
+    case 2: {
+        const std::uint16_t u = static_cast<std::uint16_t>(value);
+        std::memcpy(p, &u, sizeof u);
+        break;
+    }
+    default: {
+        const std::int32_t s = value;
+        std::memcpy(p, &s, sizeof s);
+        break;
+    }
+    }
+}
+
+std::string paramName(const TVarInfo& v) { return v.name.first + "/" + v.name.second; }
+
+std::string notInTable(const TVarInfo& v) {
+    return "Cannot find parameter name \"" + paramName(v) + "\" in the register table!";
+}
+
+std::string outOfRange(const TVarInfo& v, int value, const TParamInfo& info) {
+    return "Parameter \"" + paramName(v) + "\" is out of range! " + std::to_string(value) +
+           " is not in [" + std::to_string(info.minVal) + ", " + std::to_string(info.maxVal) + "]!";
+}
+
+const TParamInfo* lookup(RegisterTable& regs, const TVarInfo& v) {
+    const int index = regs.lookupParam(v.name.first, v.name.second);
+    return index < 0 ? nullptr : &regs.getEntry(index);
+}
+
+std::string transformed(const std::string& s, int (*f)(int)) {
+    std::string out = s;
+    for (char& c : out) c = static_cast<char>(f(static_cast<unsigned char>(c)));
+    return out;
+}
+
+// Calls f(field, element value) for every register field of every binding, in address order.
+template <class F>
+bool forEachField(const std::map<void*, TVarInfo>& vars, RegisterTable& regs,
+                  std::vector<std::string>& errors, F f) {
+    bool ok = true;
+    for (const auto& [var, v] : vars) {
+        const TParamInfo* info = lookup(regs, v);
+        if (info == nullptr) {
+            errors.push_back(notInTable(v));
+            ok = false;
+            continue;
+        }
+        for (std::size_t pos = 0; pos < info->regs.size(); ++pos) {
+            const TRegEntity& field = info->regs[pos];
+            if (field.address < 0) continue;
+            int element = 0;
+            if (v.count != 1) element = field.index != -1 ? field.index : static_cast<int>(pos);
+            if (element < 0 || element >= v.count) continue;  // the table names an element the block lacks
+            f(field, readElement(var, v, element));
+        }
+    }
+    return ok;
+}
+
+std::mt19937& generator() {
+    static std::mt19937 g{std::random_device{}()};
+    return g;
+}
+
+}  // namespace
+
+void setBits(int value, int srcHi, int srcLo, int& reg, int dstHi, int dstLo) {
+    if (srcLo < 0) srcLo = 0;
+    if (dstLo < 0) dstLo = 0;
+    std::uint32_t field = static_cast<std::uint32_t>(value >> (srcLo >= 32 ? 31 : srcLo));
+    const int srcWidth = srcHi - srcLo + 1;
+    if (srcWidth < 32) field &= srcWidth > 0 ? (1u << srcWidth) - 1u : 0u;
+    if (dstLo >= 32) return;
+    const int dstWidth = dstHi - dstLo + 1;
+    const std::uint32_t mask =
+        dstWidth >= 32 ? 0xFFFFFFFFu : (dstWidth > 0 ? (1u << dstWidth) - 1u : 0u);
+    const std::uint32_t r = static_cast<std::uint32_t>(reg);
+    reg = static_cast<int>((((field << dstLo) ^ r) & (mask << dstLo)) ^ r);
+}
+
+void setRandSeed(unsigned int seed) { generator().seed(seed); }
+
+int randomVal(int lo, int hi) {
+    // 53-bit uniform double in [0, 1): all 32 bits of the first output below 21 bits of the second.
+    const std::uint64_t low = generator()();
+    const std::uint64_t high = generator()() >> 11;
+    const double u = static_cast<double>((high << 32) | low) * (1.0 / 9007199254740992.0);
+    const long long span = static_cast<long long>(hi) - lo + 1;
+    if (span <= 0) return lo;
+    return static_cast<int>(lo + static_cast<long long>(static_cast<double>(span) * u));
+}
+
+IPBase::IPBase(const std::string& name) : m_name(name) {}
+
+IPBase::~IPBase() { release(); }
+
+bool IPBase::init(IniFileIO&, RegisterTable&, TGlobalParam&, std::vector<std::string>&) { return true; }
+
+void IPBase::allocateOutputFrame(const std::vector<Frame*>& in, std::vector<Frame*>& out) {
+    if (!in.empty()) out.push_back(in[0]->cloneFrame());
+}
+
+bool IPBase::execute(std::vector<Frame*>& in, std::vector<Frame*>& out, TGlobalParam&) {
+    if (in.empty() || out.empty()) return false;
+    *out[0] = *in[0];
+    return true;
+}
+
+void IPBase::dumpRegister(TGlobalParam&) {}
+
+void IPBase::setEnable(bool) {}
+
+bool IPBase::isEnabled() { return false; }
+
+bool IPBase::randomSpecificParam(RegisterTable&, TGlobalParam&, bool, std::vector<std::string>&) {
+    return true;
+}
+
+bool IPBase::getRegisterAddress(RegisterTable& regs, std::unordered_set<int>& addresses,
+                                std::vector<std::string>& errors) {
+    return forEachField(m_varInfo, regs, errors, [&](const TRegEntity& f, int) {
+        for (int r = 0; r <= f.spanHi - f.spanLo; ++r) addresses.insert(f.address + r);
+    });
+}
+
+bool IPBase::getRegisterValue(RegisterTable& regs, std::map<int, int>& values,
+                              std::vector<std::string>& errors) {
+    return forEachField(m_varInfo, regs, errors, [&](const TRegEntity& f, int element) {
+        // Registers are 16 bits: what does not fit the first continues from bit 0 of the next.
+        int dstHi = f.dstHi;
+        int dstLo = f.dstLo;
+        for (int r = 0; r <= f.spanHi - f.spanLo; ++r) {
+            int& reg = values[f.address + r];
+            setBits(element, f.srcHi, f.srcLo, reg, dstHi < 15 ? dstHi : 15, dstLo);
+            element >>= 16;
+            dstHi -= 16;
+            dstLo = 0;
+        }
+    });
+}
+
+bool IPBase::getRegisterValueSequence(RegisterTable&, std::vector<TAddrVal>&,
+                                      std::vector<std::string>&) {
+    return true;
+}
+
+std::string IPBase::getName() const { return m_instanceName.empty() ? m_name : m_instanceName; }
+
+std::string IPBase::getNameLower() const { return transformed(getName(), std::tolower); }
+
+std::string IPBase::getNameUpper() const { return transformed(getName(), std::toupper); }
+
+std::string IPBase::getSectionNameLower() const { return transformed(m_name, std::tolower); }
+
+std::string IPBase::getEnableKey() const { return "reg_" + getSectionNameLower() + "_en"; }
+
+bool IPBase::run(std::vector<Frame*>& in, std::vector<Frame*>& out, TGlobalParam& param,
+                 std::string dumpDir, int index) {
+    if (in.empty() || out.empty()) return false;
+    const std::string lower = getNameLower();
+    for (std::size_t i = 0; i < in.size(); ++i) {
+        const std::string name =
+            in.size() == 1 ? lower + "_in" : lower + "_p" + std::to_string(i) + "_in";
+        in[i]->dumpFrame(dumpDir, name, index);
+    }
+
+    // The output frames keep the format they were allocated with; only their samples are the block's.
+    struct Format {
+        Frame::CS_TYPE cs;
+        CFA_TYPE_HW cfa;
+        int depth;
+        CFA_TYPE_RGBIR rgbir;
+    };
+    std::vector<Format> formats;
+    formats.reserve(out.size());
+    for (const Frame* f : out) formats.push_back({f->cs, f->cfa, f->depth, f->rgbir});
+
+    const bool result = execute(in, out, param);
+
+    for (std::size_t j = 0; j < out.size(); ++j) {
+        out[j]->cs = formats[j].cs;
+        out[j]->cfa = formats[j].cfa;
+        out[j]->depth = formats[j].depth;
+        out[j]->rgbir = formats[j].rgbir;
+    }
+    out[0]->dumpFrame(dumpDir, lower + "_out", index);
+    return result;
+}
+
+void IPBase::release() {
+    for (auto& [var, buffer] : m_savedValue) delete[] static_cast<unsigned char*>(buffer);
+    m_savedValue.clear();
+}
+
+void IPBase::bind(void* var, const std::pair<std::string, std::string>& name, int size,
+                  bool isSigned, int count) {
+    if (m_varInfo.count(var) != 0) {
+        std::puts(("Parameter \"" + name.first + "/" + name.second +
+                   "\" bind to a variable that was bound before!")
+                      .c_str());
+        return;
+    }
+    TVarInfo info;
+    info.name = name;
+    info.size = size;
+    info.count = count;
+    info.isSigned = isSigned;
+    m_varInfo.emplace(var, std::move(info));
+}
+
+void IPBase::setDefaultParam(RegisterTable& regs) {
+    for (auto& [var, v] : m_varInfo) {
+        const TParamInfo* info = lookup(regs, v);
+        if (info == nullptr || info->defaultVal.empty()) continue;
+        const int n = static_cast<int>(info->defaultVal.size());
+        for (int i = 0; i < v.count; ++i)
+            storeElement(var, v, i, info->defaultVal[static_cast<std::size_t>(i < n ? i : n - 1)]);
+    }
+}
+
+bool IPBase::loadParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::string>& errors) {
+    bool ok = true;
+    std::vector<int> buffer;
+    for (auto& [var, v] : m_varInfo) {
+        const char* section = v.name.first.c_str();
+        const char* key = v.name.second.c_str();
+        const TParamInfo* info = lookup(regs, v);
+        if (info == nullptr) {
+            errors.push_back(notInTable(v));
+            ok = false;
+        } else if (info->iniExcluded) {
+            continue;
+        }
+        if (!ini.isKeyExist(section, key)) {
+            errors.push_back("Cannot find parameter name \"" + paramName(v) + "\" in the INI file!");
+            ok = false;
+            continue;
+        }
+        if (v.count < 2) {
+            std::string defaultText = "0";
+            if (info != nullptr)
+                defaultText = std::to_string(info->defaultVal.empty() ? -1 : info->defaultVal[0]);
+            int value = 0;
+            ini.getVariable(section, key, value, defaultText.c_str());
+            storeElement(var, v, 0, value);
+            if (info != nullptr && (value < info->minVal || value > info->maxVal)) {
+                errors.push_back(outOfRange(v, value, *info));
+                ok = false;
+            }
+            continue;
+        }
+        buffer.assign(static_cast<std::size_t>(v.count), 0);
+        if (!ini.getArray(section, key, buffer.data(), v.count, "")) {
+            errors.push_back("Failed to get parameter \"" + paramName(v) +
+                             "\"! (Array length mismatch ?)");
+            ok = false;
+            continue;
+        }
+        for (int i = 0; i < v.count; ++i) {
+            const int value = buffer[static_cast<std::size_t>(i)];
+            storeElement(var, v, i, value);
+            if (info != nullptr && (value < info->minVal || value > info->maxVal)) {
+                errors.push_back(outOfRange(v, value, *info));
+                ok = false;
+            }
+        }
+    }
+    m_paramLoaded = true;
+    return ok;
+}
+
+bool IPBase::checkParam(RegisterTable& regs, std::vector<std::string>& errors) {
+    if (!m_paramLoaded) return true;
+    bool ok = true;
+    for (const auto& [var, v] : m_varInfo) {
+        const TParamInfo* info = lookup(regs, v);
+        if (info == nullptr) {
+            errors.push_back(notInTable(v));
+            ok = false;
+            continue;
+        }
+        for (int i = 0; i < v.count; ++i) {
+            const int value = readElement(var, v, i);
+            if (value < info->minVal || value > info->maxVal) {
+                errors.push_back(outOfRange(v, value, *info));
+                ok = false;
+            }
+        }
+    }
+    return ok;
+}
+
+bool IPBase::saveParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::string>& errors,
+                       bool onlyChanged) {
+    if (m_varInfo.empty()) return true;
+    bool ok = true;
+    std::vector<int> buffer;
+    for (auto& [var, v] : m_varInfo) {
+        const TParamInfo* info = getParamInfo(regs, var, errors);
+        if (info != nullptr && info->iniExcluded) continue;
+        if (onlyChanged) {
+            const std::size_t bytes = variableBytes(v);
+            const auto it = m_savedValue.find(var);
+            if (it != m_savedValue.end()) {
+                unsigned char* snapshot = static_cast<unsigned char*>(it->second);
+                const unsigned char* current = static_cast<const unsigned char*>(var);
+                bool changed = false;
+                for (std::size_t b = 0; b < bytes; ++b) {
+                    if (snapshot[b] != current[b]) {
+                        snapshot[b] = current[b];
+                        changed = true;
+                    }
+                }
+                if (!changed) continue;
+            } else {
+                unsigned char* snapshot = new unsigned char[bytes];
+                std::memcpy(snapshot, var, bytes);
+                m_savedValue.emplace(var, snapshot);
+            }
+        }
+        const char* section = v.name.first.c_str();
+        const char* key = v.name.second.c_str();
+        bool written = false;
+        if (v.count < 2) {
+            written = ini.setVariable(section, key, readElement(var, v, 0), false);
+        } else {
+            buffer.resize(static_cast<std::size_t>(v.count));
+            for (int i = 0; i < v.count; ++i) buffer[static_cast<std::size_t>(i)] = readElement(var, v, i);
+            written = ini.setArray(section, key, buffer.data(), v.count, false);
+        }
+        if (!written) {
+            errors.push_back("Failed to save parameter \"" + paramName(v) +
+                             "\"! (Array length mismatch ?)");
+            ok = false;
+        }
+    }
+    return ok;
+}
+
+bool IPBase::randomParam(RegisterTable& regs, bool useRandomRange, std::vector<std::string>& errors) {
+    bool ok = true;
+    for (auto& [var, v] : m_varInfo) {
+        const TParamInfo* info = lookup(regs, v);
+        if (info == nullptr) {
+            errors.push_back(notInTable(v));
+            ok = false;
+            continue;
+        }
+        const int lo = useRandomRange ? info->randomMin : info->minVal;
+        const int hi = useRandomRange ? info->randomMax : info->maxVal;
+        for (int i = 0; i < v.count; ++i) storeElement(var, v, i, randomVal(lo, hi));
+    }
+    return ok;
+}
+
+const TParamInfo* IPBase::getParamInfo(RegisterTable& regs, void* var,
+                                       std::vector<std::string>& errors) {
+    const auto it = m_varInfo.find(var);
+    if (it == m_varInfo.end()) return nullptr;
+    const TParamInfo* info = lookup(regs, it->second);
+    if (info == nullptr) errors.push_back(notInTable(it->second));
+    return info;
+}
+
+const TParamInfo* IPBase::getParamRange(RegisterTable& regs, void* var,
+                                        std::vector<std::string>& errors, bool useRandomRange,
+                                        int& lo, int& hi) {
+    const TParamInfo* info = getParamInfo(regs, var, errors);
+    if (info != nullptr) {
+        lo = useRandomRange ? info->randomMin : info->minVal;
+        hi = useRandomRange ? info->randomMax : info->maxVal;
+    }
+    return info;
+}
