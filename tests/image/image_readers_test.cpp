@@ -1,1 +1,308 @@
 #include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "TempDir.h"
+#include "image/Frame.h"
+#include "image/ParsePPM.h"
+
+namespace {
+
+using fbc::test::TempDir;
+using fbc::test::writeBytes;
+
+std::vector<std::string> allTokens(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::vector<std::string> tokens;
+  while (in.peek() != std::ifstream::traits_type::eof()) tokens.push_back(get_file_token(in));
+  return tokens;
+}
+
+struct TokenCase {
+  const char* text;
+  std::vector<std::string> tokens;
+};
+
+class FileToken : public ::testing::TestWithParam<TokenCase> {};
+
+TEST_P(FileToken, SplitsLettersAndDigits) {
+  TempDir dir;
+  writeBytes(dir.file("t.ppm"), GetParam().text);
+  EXPECT_EQ(allTokens(dir.file("t.ppm")), GetParam().tokens);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tokens, FileToken,
+    ::testing::Values(TokenCase{"P6 # made by x\n4 2 255\n", {"P6", "4", "2", "255"}},
+                      TokenCase{"12-34.5\n", {"12", "34", "5"}},
+                      TokenCase{"ab#c\nd", {"ab", "d"}},  // a comment ends a begun token
+                      TokenCase{"7", {"7"}},              // end of file ends a token
+                      TokenCase{"  \n# only\n", {""}}));  // nothing but separators and comments
+
+TEST(FileToken, AtEndOfFileEndsTheProcess) {
+  TempDir dir;
+  writeBytes(dir.file("e.ppm"), "");
+  EXPECT_EXIT(
+      {
+        std::ifstream in(dir.file("e.ppm"), std::ios::binary);
+        get_file_token(in);
+      },
+      ::testing::ExitedWithCode(255), "^Error : Parsing file \n$");
+}
+
+TEST(String2Dec, WrapsWithoutChecks) {
+  EXPECT_EQ(string2dec(""), 0u);
+  EXPECT_EQ(string2dec("255"), 255u);
+  EXPECT_EQ(string2dec("4294967297"), 1u);  // 2^32 + 1
+}
+
+struct ScaleCase {
+  std::string file;
+  int bits;
+  std::vector<unsigned short> samples;
+};
+
+class ParsePPMAll : public ::testing::TestWithParam<ScaleCase> {};
+
+TEST_P(ParsePPMAll, ScalesToOutputBits) {
+  TempDir dir;
+  writeBytes(dir.file("s.ppm"), GetParam().file);
+  unsigned w = 0;
+  unsigned h = 0;
+  unsigned short* data = nullptr;
+  ParsePPMFile_all(dir.file("s.ppm").c_str(), w, h, data, GetParam().bits);
+  EXPECT_EQ(w, 1u);
+  EXPECT_EQ(h, 1u);
+  EXPECT_EQ(std::vector<unsigned short>(data, data + 3), GetParam().samples);
+  delete[] data;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Readers, ParsePPMAll,
+    ::testing::Values(
+        ScaleCase{"P3\n1 1\n255\n1 2 3\n", 8, {1, 2, 3}},
+        ScaleCase{"P3\n1 1\n255\n1 2 3\n", 12, {16, 32, 48}},
+        ScaleCase{"P3\n1 1 1023 1023 512 3\n", 12, {4092, 2048, 12}},
+        ScaleCase{"P3\n1 1 1023 1023 512 3\n", 8, {255, 128, 0}},  // 1023/4 = 255.75
+        // maximum 256 still reads single bytes: 200 * 256/257 = 199.2
+        ScaleCase{std::string("P6\n1 1\n256\n") + std::string("\xC8\x01\x00", 3), 8, {199, 0, 0}},
+        // maximum 257 reads two bytes, first more significant: 256 * 256/258 = 254.02
+        ScaleCase{std::string("P6\n1 1\n257\n") + std::string("\x01\x00\x00\x01\x00\x00", 6), 8,
+                  {254, 0, 0}}));
+
+TEST(ParsePPMFile, OlderReaderRescalesAsciiOnly) {
+  TempDir dir;
+  writeBytes(dir.file("a.ppm"), "P3 1 1 1023 1023 512 0\n");
+  unsigned values[3] = {9, 9, 9};
+  ParsePPMFile(dir.file("a.ppm").c_str(), values);
+  EXPECT_EQ(values[0], 255u);
+  EXPECT_EQ(values[1], 127u);  // 512 * 255 / 1023 = 127.6
+  EXPECT_EQ(values[2], 0u);
+
+  writeBytes(dir.file("b.ppm"), std::string("P6 1 1 1023\n\x05\x06\x07", 15));
+  ParsePPMFile(dir.file("b.ppm").c_str(), values);
+  EXPECT_EQ(values[0], 5u);
+  EXPECT_EQ(values[1], 6u);
+  EXPECT_EQ(values[2], 7u);
+}
+
+struct RawCase {
+  int mode;
+  unsigned short sample;
+};
+
+class RawPacking : public ::testing::TestWithParam<RawCase> {};
+
+// The word 0xABCD stored little-endian.
+TEST_P(RawPacking, UnpacksOneWord) {
+  TempDir dir;
+  writeBytes(dir.file("w.raw"), "\xCD\xAB");
+  unsigned short* data = nullptr;
+  ::testing::internal::CaptureStdout();
+  ParseRAWFile(dir.file("w.raw").c_str(), 1, 1, data, GetParam().mode);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Width 1\nHeight 1\n");
+  EXPECT_EQ(data[0], GetParam().sample);
+  delete[] data;
+}
+
+INSTANTIATE_TEST_SUITE_P(Readers, RawPacking,
+                         ::testing::Values(RawCase{0, 0xCDA},    // low byte up, top nibble down
+                                           RawCase{1, 0xABC},    // upper 12 bits
+                                           RawCase{2, 0xCDA},    // 0xCDAB >> 4
+                                           RawCase{3, 0xABCD},   // as stored
+                                           RawCase{7, 0xCDA}));  // unknown modes as 0
+
+TEST(RawPacking, TenBitStreamCrossesWords) {
+  TempDir dir;
+  writeBytes(dir.file("p.raw"), "\x01\xFC\xFF\x0F");  // 0xFC01, 0x0FFF
+  unsigned short* data = nullptr;
+  ::testing::internal::CaptureStdout();
+  ParseRAWFile(dir.file("p.raw").c_str(), 2, 1, data, 4);
+  ::testing::internal::GetCapturedStdout();
+  EXPECT_EQ(data[0], 4);     // 0x001 * 4
+  EXPECT_EQ(data[1], 4092);  // 0x3F | 0xF << 6 = 0x3FF, * 4
+  delete[] data;
+}
+
+TEST(RawPacking, TenBitStreamRunsOnAcrossRows) {
+  TempDir dir;
+  // Values 1..6 packed continuously: words 0x0801 0x0030 0x0501 0x0018 0 0.
+  writeBytes(dir.file("p.raw"), std::string("\x01\x08\x30\x00\x01\x05\x18\x00\x00\x00\x00\x00", 12));
+  std::vector<std::uint16_t> samples;
+  std::string error;
+  ASSERT_TRUE(fbc::parseRAW(dir.file("p.raw"), 3, 2, 4, samples, error)) << error;
+  EXPECT_EQ(samples, (std::vector<std::uint16_t>{4, 8, 12, 16, 20, 24}));
+}
+
+TEST(ParseYUV422File, KeepsLow10Bits) {
+  TempDir dir;
+  writeBytes(dir.file("y.raw"), "\x01\x04\xFF\xFF");
+  unsigned short* data = nullptr;
+  ::testing::internal::CaptureStdout();
+  ParseYUV422File(dir.file("y.raw").c_str(), 1, 1, data);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Width 1\nHeight 1\n");
+  EXPECT_EQ(data[0], 0x001);
+  EXPECT_EQ(data[1], 0x3FF);
+  delete[] data;
+}
+
+TEST(FrameReaders, ReadPPMTakesTopLeftMosaic) {
+  TempDir dir;
+  // 4x2 picture, pixel (x, y) = (10x + 100y + 1, +2, +3).
+  std::string text = "P3\n4 2\n255\n";
+  for (int y = 0; y < 2; ++y) {
+    for (int x = 0; x < 4; ++x) {
+      const int base = 10 * x + 100 * y;
+      text += std::to_string(base + 1) + " " + std::to_string(base + 2) + " " + std::to_string(base + 3) + "\n";
+    }
+  }
+  writeBytes(dir.file("pic_0007.ppm"), text);
+  Frame f(Frame::CS_RAW, CFA_RGGB, 8, RGBIR_NONE);
+  f.readPPM(dir.file("pic"), 7, 2, 100, CFA_RGGB, 8);
+  ASSERT_EQ(f.width, 2);
+  ASSERT_EQ(f.height, 2);
+  EXPECT_EQ(f.C(0, 0), 1);    // R
+  EXPECT_EQ(f.C(1, 0), 12);   // G
+  EXPECT_EQ(f.C(0, 1), 102);  // G, from the file's second row of 4 pixels
+  EXPECT_EQ(f.C(1, 1), 113);  // B
+  EXPECT_EQ(f.depth, 8);
+}
+
+TEST(FrameReaders, ReadRAWClipsAndShiftsFourTimes) {
+  TempDir dir;
+  writeBytes(dir.file("r_0000.raw"), "\xFF\x0F\x88\x13");  // 4095, 5000
+  Frame f(Frame::CS_RAW);
+  ::testing::internal::CaptureStdout();
+  f.readRAW(dir.file("r"), 0, 2, 1, 3, 12, 0, 10);
+  ::testing::internal::GetCapturedStdout();
+  EXPECT_EQ(f.C(0, 0), 15);  // 4095 >> 8
+  EXPECT_EQ(f.C(1, 0), 15);  // 5000 clipped to 4095 first
+
+  writeBytes(dir.file("u_0001.raw"), std::string("\x01\x00", 2));
+  ::testing::internal::CaptureStdout();
+  f.readRAW(dir.file("u"), 1, 1, 1, 3, 8, 0, 12);
+  ::testing::internal::GetCapturedStdout();
+  EXPECT_EQ(f.C(0, 0), 65535);  // 16, 256, 4096, 65536 clipped
+}
+
+TEST(FrameReaders, ReadRAWYCKeepsSecondWord) {
+  TempDir dir;
+  writeBytes(dir.file("c_0000.raw"), std::string("\x11\x00\x22\x00\x33\x00\x44\x00", 8));
+  Frame f(Frame::CS_YUV422);
+  ::testing::internal::CaptureStdout();
+  f.readRAWYC(dir.file("c"), 0, 2, 1);
+  ::testing::internal::GetCapturedStdout();
+  EXPECT_EQ(f.C(0, 0), 0x22);
+  EXPECT_EQ(f.C(1, 0), 0x44);
+}
+
+TEST(FrameReaders, ReadCRWDoesNotTouchTheFile) {
+  Frame f(Frame::CS_RAW);
+  ::testing::internal::CaptureStdout();
+  f.readCRW("/nonexistent/shot", 3, 1);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "width = 1; height = 1\n");
+  EXPECT_EQ(f.width, 1);
+  EXPECT_EQ(f.height, 1);
+  EXPECT_EQ(f.C(0, 0), 0);
+}
+
+struct BadFile {
+  std::string content;
+  std::string message;  // after "<path>: "
+};
+
+class ReportingPPM : public ::testing::TestWithParam<BadFile> {};
+
+TEST_P(ReportingPPM, NamesFileAndProblem) {
+  TempDir dir;
+  const std::string path = dir.file("in.ppm");
+  writeBytes(path, GetParam().content);
+  int w = 0;
+  int h = 0;
+  std::vector<std::uint16_t> rgb;
+  std::string error;
+  EXPECT_FALSE(fbc::parsePPM(path, 12, w, h, rgb, error));
+  EXPECT_EQ(error, path + ": " + GetParam().message);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Readers, ReportingPPM,
+    ::testing::Values(
+        BadFile{"P6\n640 480\n255\n" + std::string(1000, 'x'),
+                "header says 640x480 but only 1000 of 921600 bytes of samples follow"},
+        BadFile{"P6\n2 1\n1000\n" + std::string(11, 'x'),
+                "header says 2x1 but only 11 of 12 bytes of samples follow"},
+        BadFile{"P7\n1 1\n255\n", "unknown magic \"P7\" (expected P3 or P6)"},
+        BadFile{"P5\n1 1\n255\nx", "unknown magic \"P5\" (expected P3 or P6)"},
+        BadFile{"", "empty file"},
+        BadFile{"P6\n4", "header ends before the height"},
+        BadFile{"P3\n0 4 255\n", "width 0 is out of range (1..32768)"},
+        BadFile{"P3\n4 40000 255\n", "height 40000 is out of range (1..32768)"},
+        BadFile{"P3\n16384 16384 255\n", "16384x16384 is too large (805306368 samples, limit 268435456)"},
+        BadFile{"P3\nab 1 255\n", "width \"ab\" is not a number"},
+        BadFile{"P3\n1 1 0\n", "maximum value 0 is out of range (1..65535)"},
+        BadFile{"P3\n1 1 255\n1 2\n", "header says 1x1 but only 2 of 3 samples follow"},
+        BadFile{"P3\n1 1 255\n1 2 300\n", "sample 2 is 300, above the maximum value 255"},
+        BadFile{"P3\n1 1 255\n1 x2 3\n", "sample 1 \"x2\" is not a number"}));
+
+TEST(ReportingParsers, MissingFile) {
+  std::vector<std::uint16_t> samples;
+  std::string error;
+  EXPECT_FALSE(fbc::parseRAW("/nonexistent/in.raw", 8, 8, 3, samples, error));
+  EXPECT_EQ(error, "/nonexistent/in.raw: cannot open file (No such file or directory)");
+}
+
+TEST(ReportingParsers, ShortRawFile) {
+  TempDir dir;
+  writeBytes(dir.file("in.raw"), std::string(120, '\0'));
+  std::vector<std::uint16_t> samples;
+  std::string error;
+  EXPECT_FALSE(fbc::parseRAW(dir.file("in.raw"), 8, 8, 0, samples, error));
+  EXPECT_EQ(error, dir.file("in.raw") + ": size 120 bytes, expected at least 128 (8x8 samples of 2 bytes)");
+  EXPECT_FALSE(fbc::parseYUV422(dir.file("in.raw"), 0, 8, samples, error));
+  EXPECT_EQ(error, dir.file("in.raw") + ": width 0 is out of range (1..32768)");
+}
+
+TEST(ReportingParsers, WrappersEndTheProcess) {
+  TempDir dir;
+  writeBytes(dir.file("bad.ppm"), "P9\n1 1 255\n");
+  const std::string name = dir.file("bad.ppm");
+  EXPECT_EXIT(
+      {
+        unsigned w = 0;
+        unsigned h = 0;
+        unsigned short* data = nullptr;
+        ParsePPMFile_all(name.c_str(), w, h, data, 8);
+      },
+      ::testing::ExitedWithCode(255), "^Error : Parsing file " + name + "\n$");
+  EXPECT_EXIT(
+      {
+        unsigned short* data = nullptr;
+        ParseRAWFile("/nonexistent/x.raw", 1, 1, data, 0);
+      },
+      ::testing::ExitedWithCode(255), "^Error : Parsing file /nonexistent/x.raw\n$");
+}
+
+}  // namespace
