@@ -1,1 +1,76 @@
-int main() { return 0; }
+// fbc: the command-line front end of the frame-buffer codec model.
+#include <exception>
+#include <iostream>
+#include <new>
+#include <string>
+
+#include "tools/cli.h"
+#include "tools/commands.h"
+
+namespace {
+
+using namespace fbc::cli;
+
+struct Command {
+  const char* name;
+  const char* summary;
+  int (*run)(const Words&);
+};
+
+// To add a subcommand: one file defining its run function, one line here, one in CMakeLists.txt.
+const Command kCommands[] = {
+    {"encode", "compress a raw 12-bit image into a frame of 64-bit block codes", runEncode},
+    {"decode", "decompress a frame of block codes into 16-bit samples", runDecode},
+    {"golden", "write the five golden reference files of one frame", runGolden},
+    {"demo", "round-trip a built-in test chart and report modes, error and speed", runDemo},
+    {"roundtrip", "the demo's report for your own raw image", runRoundtrip},
+};
+
+void printUsage(std::ostream& os) {
+  os << "usage: fbc <command> [options] [arguments]\n"
+        "       fbc <command> --help\n"
+        "       fbc --version\n\n"
+        "Bit-exact model of a 1x8 frame-buffer compression block: every block of eight 12-bit\n"
+        "pixels is coded into 64 bits by one of eleven modes.\n\ncommands:\n";
+  for (const Command& c : kCommands) {
+    std::string name = c.name;
+    name.resize(11, ' ');
+    os << "  " << name << c.summary << '\n';
+  }
+  os << "\nExit status: 0 success, 2 bad usage or bad input, 1 any other failure.\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string first = argc > 1 ? argv[1] : "";
+  if (first == "--help" || first == "-h" || first == "help") {
+    printUsage(std::cout);
+    return kExitOk;
+  }
+  if (first == "--version") {
+    std::cout << "fbc " FBC_VERSION "\n";
+    return kExitOk;
+  }
+  for (const Command& c : kCommands) {
+    if (first != c.name) continue;
+    const Words words(argv + 2, argv + argc);
+    try {
+      return c.run(words);
+    } catch (const Error& e) {
+      std::cerr << "fbc " << c.name << ": " << e.what() << '\n';
+      return e.status();
+    } catch (const std::bad_alloc&) {
+      std::cerr << "fbc " << c.name << ": out of memory\n";
+    } catch (const std::exception& e) {
+      std::cerr << "fbc " << c.name << ": internal error: " << e.what() << '\n';
+    }
+    return kExitFailure;
+  }
+  if (first.empty()) {
+    std::cerr << "fbc: missing command (try 'fbc --help')\n";
+  } else {
+    std::cerr << "fbc: unknown command '" << first << "' (try 'fbc --help')\n";
+  }
+  return kExitUsage;
+}
