@@ -57,7 +57,7 @@ TEST(LoadPgm, ScalesGreyTo12Bits) {
 
 TEST(LoadRaw, PlainAndPackedModes) {
   TempDir dir;
-  writeBytes(dir.file("in.raw"), "\xFF\x0F\x01\x00");
+  writeBytes(dir.file("in.raw"), std::string("\xFF\x0F\x01\x00", 4));
   fbc::PictureOptions options;
   options.width = 2;
   options.height = 1;
