@@ -1,0 +1,240 @@
+#include "tools/cli.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "codec/Compression1x8.h"
+#include "image/Frame.h"
+
+namespace fbc::cli {
+
+void usageError(const std::string& message) { throw Error(kExitUsage, message); }
+void inputError(const std::string& message) { throw Error(kExitUsage, message); }
+void failure(const std::string& message) { throw Error(kExitFailure, message); }
+
+namespace {
+
+const OptionSpec* findOption(const CommandSpec& spec, const std::string& name) {
+  for (const OptionSpec& o : spec.options) {
+    if (name == o.name) return &o;
+  }
+  return nullptr;
+}
+
+std::string plural(int n, const char* word) {
+  return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
+}
+
+std::string systemError() { return std::strerror(errno); }
+
+}  // namespace
+
+const OptionSpec kOptWidth{"width", "W", "image width in pixels, 1..65536"};
+const OptionSpec kOptHeight{"height", "H", "image height in pixels, 1..65536 (at most 2^28 pixels)"};
+const OptionSpec kOptCfa{"cfa", "N", "Bayer layout 0..3 (0 RGGB, 1 GRBG, 2 BGGR, 3 GBRG), default 0"};
+const OptionSpec kOptFrameIndex{"frame-index", "N", "frame number, 0 or more, default 0"};
+
+int cfaOption(const Args& args) { return static_cast<int>(args.integer("cfa", 0, 3, 0)); }
+int frameIndexOption(const Args& args) {
+  return static_cast<int>(args.integer("frame-index", 0, 0x7FFFFFFF, 0));
+}
+
+const std::string& Args::value(const std::string& name) const {
+  const auto it = values_.find(name);
+  if (it == values_.end()) usageError("missing required option --" + name);
+  return it->second;
+}
+
+long long Args::integer(const std::string& name, long long lo, long long hi,
+                        long long fallback) const {
+  return has(name) ? requiredInteger(name, lo, hi) : fallback;
+}
+
+long long Args::requiredInteger(const std::string& name, long long lo, long long hi) const {
+  const std::string& text = value(name);
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  errno = 0;
+  const long long v = std::strtoll(begin, &end, 10);
+  // strtoll skips leading blanks and accepts a sign; require the word to be a plain integer.
+  const bool digits = !text.empty() && (text[0] == '-' || (text[0] >= '0' && text[0] <= '9'));
+  if (!digits || end == begin || *end != '\0') {
+    usageError("--" + name + ": '" + text + "' is not an integer");
+  }
+  if (errno == ERANGE || v < lo || v > hi) {
+    usageError("--" + name + ": " + text + " is out of range " + std::to_string(lo) + ".." +
+               std::to_string(hi));
+  }
+  return v;
+}
+
+bool parseArgs(const CommandSpec& spec, const std::vector<std::string>& argv, Args& args) {
+  bool optionsDone = false;
+  for (std::size_t i = 0; i < argv.size(); ++i) {
+    const std::string& word = argv[i];
+    if (optionsDone || word.size() < 2 || word.compare(0, 2, "--") != 0) {
+      if (!optionsDone && word.size() > 1 && word[0] == '-') {
+        usageError("unknown option '" + word + "' (try 'fbc " + spec.name + " --help')");
+      }
+      args.positional_.push_back(word);
+      continue;
+    }
+    if (word == "--") {
+      optionsDone = true;
+      continue;
+    }
+    if (word == "--help") {
+      printHelp(spec);
+      return false;
+    }
+    const std::size_t eq = word.find('=');
+    const std::string name = word.substr(2, eq == std::string::npos ? std::string::npos : eq - 2);
+    const OptionSpec* opt = findOption(spec, name);
+    if (opt == nullptr) {
+      usageError("unknown option '--" + name + "' (try 'fbc " + spec.name + " --help')");
+    }
+    if (args.has(name)) usageError("option --" + name + " given twice");
+    if (opt->valueName == nullptr) {
+      if (eq != std::string::npos) usageError("option --" + name + " takes no value");
+      args.values_[name] = "";
+    } else if (eq != std::string::npos) {
+      args.values_[name] = word.substr(eq + 1);
+    } else {
+      if (i + 1 >= argv.size()) usageError("option --" + name + " needs a value");
+      args.values_[name] = argv[++i];
+    }
+  }
+  const int n = static_cast<int>(args.positional_.size());
+  if (n < spec.minPositional || n > spec.maxPositional) {
+    const std::string expected = spec.minPositional == spec.maxPositional
+                                     ? plural(spec.minPositional, "argument")
+                                     : std::to_string(spec.minPositional) + " to " +
+                                           plural(spec.maxPositional, "argument");
+    usageError("expected " + expected + ", got " + std::to_string(n) + " (usage: fbc " +
+               spec.name + " " + spec.synopsis + ")");
+  }
+  return true;
+}
+
+void printHelp(const CommandSpec& spec) {
+  std::cout << "usage: fbc " << spec.name << ' ' << spec.synopsis << "\n\n"
+            << spec.description << "\n";
+  if (spec.options.empty()) return;
+  std::cout << "\noptions:\n";
+  for (const OptionSpec& o : spec.options) {
+    std::string left = std::string("--") + o.name;
+    if (o.valueName != nullptr) left += std::string(" ") + o.valueName;
+    std::cout << "  " << left;
+    for (std::size_t pad = left.size(); pad < 18; ++pad) std::cout << ' ';
+    std::cout << ' ' << o.help << '\n';
+  }
+  std::cout << "  --help             show this help\n";
+}
+
+Size imageSize(const Args& args) {
+  const long long w = args.requiredInteger("width", 1, kMaxSide);
+  const long long h = args.requiredInteger("height", 1, kMaxSide);
+  if (w * h > kMaxPixels) {
+    usageError("image of " + std::to_string(w) + "x" + std::to_string(h) +
+               " pixels is too large (at most " + std::to_string(kMaxPixels) + " pixels)");
+  }
+  return Size{static_cast<int>(w), static_cast<int>(h)};
+}
+
+std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expected,
+                                    const std::string& layout) {
+  std::ifstream in(path, std::ios::binary | std::ios::ate);
+  if (!in) inputError(path + ": cannot open: " + systemError());
+  const std::streamoff size = in.tellg();
+  if (size < 0) inputError(path + ": cannot read: not a regular file");
+  if (static_cast<std::uint64_t>(size) != expected) {
+    inputError(path + ": size " + std::to_string(size) + " bytes, expected " +
+               std::to_string(expected) + " (" + layout + ")");
+  }
+  std::vector<unsigned char> bytes(static_cast<std::size_t>(size));
+  in.seekg(0);
+  if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) inputError(path + ": read error");
+  return bytes;
+}
+
+void writeFileAtomic(const std::string& path, const void* data, std::size_t size) {
+  const std::size_t slash = path.rfind('/');
+  const std::string dir = slash == std::string::npos ? "" : path.substr(0, slash + 1);
+  const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+  std::string temp = dir + "." + base + ".XXXXXX";
+  const int fd = ::mkstemp(temp.data());
+  if (fd < 0) failure(path + ": cannot create: " + systemError());
+
+  const char* p = static_cast<const char*>(data);
+  std::size_t left = size;
+  while (left > 0) {
+    const ssize_t n = ::write(fd, p, left);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      const std::string why = systemError();
+      ::close(fd);
+      std::remove(temp.c_str());
+      failure(path + ": write error: " + why);
+    }
+    p += n;
+    left -= static_cast<std::size_t>(n);
+  }
+  // mkstemp creates the file for its owner only; give it the permissions of a normal output.
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  if (::fchmod(fd, 0666 & ~mask) != 0 || ::close(fd) != 0 ||
+      std::rename(temp.c_str(), path.c_str()) != 0) {
+    const std::string why = systemError();
+    std::remove(temp.c_str());
+    failure(path + ": cannot write: " + why);
+  }
+}
+
+void ensureDirectory(const std::string& dir) {
+  std::error_code ec;
+  std::filesystem::create_directories(dir, ec);
+  if (ec || !std::filesystem::is_directory(dir)) {
+    failure(dir + ": cannot create directory" + (ec ? ": " + ec.message() : ""));
+  }
+}
+
+Frame readInputImage(const std::string& path, int width, int height) {
+  const std::uint64_t pixels = static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height);
+  const std::vector<unsigned char> bytes =
+      readFile(path, pixels * 2,
+               std::to_string(width) + "x" + std::to_string(height) + " samples of 2 bytes");
+  Frame f(width, height, Frame::CS_RAW, 12);
+  for (std::size_t i = 0; i < pixels; ++i) {
+    const int v = bytes[2 * i] | bytes[2 * i + 1] << 8;
+    if (v > 4095) {
+      const std::size_t x = i % static_cast<std::size_t>(width);
+      const std::size_t y = i / static_cast<std::size_t>(width);
+      inputError(path + ": sample " + std::to_string(v) + " at pixel (" + std::to_string(x) + ", " +
+                 std::to_string(y) + ") is above 4095");
+    }
+    f.data[i] = v;
+  }
+  return f;
+}
+
+Frame compressImage(Compression1x8& codec, const Frame& image, int cfa, int frameIndex) {
+  Frame compressed(Frame::CS_RAW, CFA_RGGB, 16, RGBIR_NONE);
+  codec.allocateCompressedFrame(image.width, image.height, compressed);
+  codec.CompressFrame(image, compressed, cfa, frameIndex);
+  return compressed;
+}
+
+void configureCodec(Compression1x8& codec, const Args&) {
+  codec.setSWinit();
+  codec.setEnable(true);
+}
+
+}  // namespace fbc::cli

@@ -1,0 +1,129 @@
+// Shared machinery of the fbc command-line tool: the long-option parser, typed integer options,
+// the error/exit-status convention, whole-file reading with a size check, and output files
+// written through a temporary name so that a failed run never leaves a partial file behind.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+class Compression1x8;
+class Frame;
+
+namespace fbc::cli {
+
+// Exit statuses of every subcommand.
+constexpr int kExitOk = 0;
+constexpr int kExitFailure = 1;  // internal error, failed write
+constexpr int kExitUsage = 2;    // bad usage or bad input
+
+// The one error type of the tool. The message names the object and the reason
+// ("in.raw: size 120 bytes, expected 128 ..."); the dispatcher prefixes "fbc <command>: ".
+class Error : public std::runtime_error {
+ public:
+  Error(int status, const std::string& message) : std::runtime_error(message), status_(status) {}
+  int status() const { return status_; }
+
+ private:
+  int status_;
+};
+[[noreturn]] void usageError(const std::string& message);
+[[noreturn]] void inputError(const std::string& message);
+[[noreturn]] void failure(const std::string& message);
+
+// One long option of a subcommand. A null valueName makes it a flag without a value.
+struct OptionSpec {
+  const char* name;       // without the leading "--"
+  const char* valueName;  // e.g. "W", shown in the help
+  const char* help;
+};
+
+struct CommandSpec {
+  const char* name;
+  const char* synopsis;     // the usage line after "fbc <name> "
+  const char* description;  // one paragraph, printed by --help
+  std::vector<OptionSpec> options;
+  int minPositional;
+  int maxPositional;
+};
+
+// The parsed command line of one subcommand.
+class Args {
+ public:
+  bool has(const std::string& name) const { return values_.count(name) != 0; }
+  const std::string& value(const std::string& name) const;
+  const std::vector<std::string>& positional() const { return positional_; }
+
+  // An integer option in [lo, hi]; `fallback` when absent.
+  long long integer(const std::string& name, long long lo, long long hi, long long fallback) const;
+  // The same for an option that must be given.
+  long long requiredInteger(const std::string& name, long long lo, long long hi) const;
+
+ private:
+  friend bool parseArgs(const CommandSpec&, const std::vector<std::string>&, Args&);
+  std::map<std::string, std::string> values_;
+  std::vector<std::string> positional_;
+};
+
+// Parses `argv` (the words after the subcommand name). Accepts "--opt value", "--opt=value"
+// and "--" before positional arguments that start with a dash. On --help prints the help to
+// standard output and returns false: the command then ends with kExitOk. Throws a usage Error
+// for an unknown option, a missing value, a repeated option or a wrong argument count.
+bool parseArgs(const CommandSpec& spec, const std::vector<std::string>& argv, Args& args);
+void printHelp(const CommandSpec& spec);
+
+// Options several subcommands share.
+extern const OptionSpec kOptWidth;
+extern const OptionSpec kOptHeight;
+extern const OptionSpec kOptCfa;
+extern const OptionSpec kOptFrameIndex;
+
+// --cfa: the Bayer layout 0..3 (0 when absent); --frame-index: 0 or more (0 when absent).
+int cfaOption(const Args& args);
+int frameIndexOption(const Args& args);
+
+// Image size from --width and --height: positive, at most kMaxSide each and kMaxPixels together.
+constexpr long long kMaxSide = 65536;
+constexpr long long kMaxPixels = 1LL << 28;
+struct Size {
+  int width;
+  int height;
+};
+Size imageSize(const Args& args);
+
+// The compressed frame's row length: the width rounded up to a whole number of 8-pixel blocks.
+inline int paddedWidth(int width) { return (width + 7) & ~7; }
+
+// The whole file, which must be exactly `expected` bytes long; `layout` says what those bytes
+// are and ends up in the error ("128 (8x8 samples of 2 bytes)").
+std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expected,
+                                    const std::string& layout);
+
+// Writes `bytes` to a temporary file beside `path` and renames it into place; on any failure the
+// temporary is removed and `path` is left as it was.
+void writeFileAtomic(const std::string& path, const void* data, std::size_t size);
+inline void writeFileAtomic(const std::string& path, const std::vector<unsigned char>& bytes) {
+  writeFileAtomic(path, bytes.data(), bytes.size());
+}
+inline void writeFileAtomic(const std::string& path, const std::string& bytes) {
+  writeFileAtomic(path, bytes.data(), bytes.size());
+}
+
+// Creates `dir` and its parents when missing.
+void ensureDirectory(const std::string& dir);
+
+// The one reader of input images. Today: `.raw`, width x height little-endian 16-bit samples,
+// row-major, each 0..4095. Returns a 12-bit CS_RAW frame.
+Frame readInputImage(const std::string& path, int width, int height);
+
+// One frame through the codec's compression driver: the compressed frame, H rows of the width
+// rounded up to 8, one block-code byte per sample.
+Frame compressImage(Compression1x8& codec, const Frame& image, int cfa, int frameIndex);
+
+// Registers of the codec for every subcommand: the block's software defaults, block enabled.
+void configureCodec(Compression1x8& codec, const Args& args);
+
+}  // namespace fbc::cli

@@ -1,0 +1,48 @@
+// fbc decode: a compressed frame back into 16-bit samples as the hardware returns them.
+#include "codec/Compression1x8.h"
+#include "image/Frame.h"
+#include "tools/cli.h"
+#include "tools/commands.h"
+
+namespace fbc::cli {
+
+namespace {
+
+const CommandSpec kSpec{
+    "decode",
+    "--width W --height H IN.bin OUT.raw",
+    "Decompresses IN.bin (H rows of ((W + 7) & ~7) bytes of block codes, as written by\n"
+    "'fbc encode') with the registers at their defaults. OUT.raw holds W x H little-endian\n"
+    "16-bit values, each the decoded 12-bit value times 16.",
+    {kOptWidth, kOptHeight},
+    2,
+    2};
+
+}  // namespace
+
+int runDecode(const Words& argv) {
+  Args args;
+  if (!parseArgs(kSpec, argv, args)) return kExitOk;
+  const Size size = imageSize(args);
+  const int rowBytes = paddedWidth(size.width);
+  const std::vector<unsigned char> bytes =
+      readFile(args.positional()[0], static_cast<std::uint64_t>(rowBytes) * size.height,
+               std::to_string(size.height) + " rows of " + std::to_string(rowBytes) + " bytes");
+
+  Compression1x8 codec("FBC", false);
+  configureCodec(codec, args);
+  Frame compressed(rowBytes, size.height, Frame::CS_RAW, 8);
+  for (std::size_t i = 0; i < bytes.size(); ++i) compressed.data[i] = bytes[i];
+  Frame decoded(size.width, size.height, Frame::CS_RAW, 16);
+  codec.DecompressFrame(compressed, decoded, 0);
+
+  std::vector<unsigned char> out(decoded.size() * 2);
+  for (std::size_t i = 0; i < decoded.size(); ++i) {
+    out[2 * i] = static_cast<unsigned char>(decoded.data[i] & 0xFF);
+    out[2 * i + 1] = static_cast<unsigned char>(decoded.data[i] >> 8);
+  }
+  writeFileAtomic(args.positional()[1], out);
+  return kExitOk;
+}
+
+}  // namespace fbc::cli

@@ -1,0 +1,18 @@
+// The subcommands of the fbc tool. Each takes the words after its name, returns the exit status
+// and reports failures by throwing fbc::cli::Error; the dispatcher in main.cpp prints them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace fbc::cli {
+
+using Words = std::vector<std::string>;
+
+int runEncode(const Words& argv);
+int runDecode(const Words& argv);
+int runGolden(const Words& argv);
+int runDemo(const Words& argv);
+int runRoundtrip(const Words& argv);
+
+}  // namespace fbc::cli

@@ -1,0 +1,38 @@
+// The round trip behind 'fbc demo' and 'fbc roundtrip': compress, count the modes, decompress,
+// measure the error and the speed, print the report and write pictures a person can open.
+#pragma once
+
+#include <array>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "codec/BlockCode.h"
+#include "image/Frame.h"
+
+class Compression1x8;
+
+namespace fbc::cli {
+
+struct RoundTrip {
+  std::array<long long, kModeCount> blocksPerMode{};
+  std::vector<unsigned char> blockModes;  // mode of each block, row-major, (W+7)/8 per row
+  Frame decoded;                          // 12-bit values (the hardware's 16-bit output / 16)
+  double psnr = 0;                        // dB against the 12-bit peak 4095; infinite when exact
+  int maxError = 0;
+  double encodeSeconds = 0;
+  double decodeSeconds = 0;
+};
+
+RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa);
+
+// The report: size, blocks per mode (all eleven, in mode-number order), PSNR, largest error,
+// encode and decode throughput.
+void printReport(std::ostream& os, const std::string& what, const Frame& image, const RoundTrip& rt);
+
+// Writes DIR/<inputName> (the input, 16-bit PGM), DIR/decoded.pgm and DIR/modes.ppm (one
+// colour per mode) and prints the file names and the colour legend.
+void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
+                   const Frame& image, const RoundTrip& rt);
+
+}  // namespace fbc::cli
