@@ -184,8 +184,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(DumpCase{Frame::CS_RAW, std::string("\x34\x12\x56\x00", 4)},
                       DumpCase{Frame::CS_RGB, std::string("\x34\x12\x34\x12\x34\x12\x56\x00\x56\x00\x56\x00", 12)},
                       DumpCase{Frame::CS_YUV, std::string("\x34\x12\x34\x12\x34\x12\x56\x00\x56\x00\x56\x00", 12)},
-                      DumpCase{Frame::CS_YUV422, std::string("\x34\x12\x34\x12\x56\x00\x56\x00", 8)},
-                      DumpCase{static_cast<Frame::CS_TYPE>(7), ""}));
+                      DumpCase{Frame::CS_YUV422, std::string("\x34\x12\x34\x12\x56\x00\x56\x00", 8)}));
 
 TEST(DumpFrame, OnlyWhenEnabledIsOne) {
   TempDir dir;
