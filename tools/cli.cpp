@@ -153,8 +153,10 @@ std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expec
                                     const std::string& layout) {
   std::ifstream in(path, std::ios::binary | std::ios::ate);
   if (!in) inputError(path + ": cannot open: " + systemError());
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) inputError(path + ": not a regular file");
   const std::streamoff size = in.tellg();
-  if (size < 0) inputError(path + ": cannot read: not a regular file");
+  if (size < 0) inputError(path + ": cannot read: " + systemError());
   if (static_cast<std::uint64_t>(size) != expected) {
     inputError(path + ": size " + std::to_string(size) + " bytes, expected " +
                std::to_string(expected) + " (" + layout + ")");

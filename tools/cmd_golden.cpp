@@ -1,6 +1,8 @@
 // fbc golden: one compress/decompress round trip with golden reference files enabled.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -34,7 +36,9 @@ class ScratchDir {
  public:
   explicit ScratchDir(const fs::path& parent) {
     std::string pattern = (parent / ".fbc-golden-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) failure(parent.string() + ": cannot create files there");
+    if (::mkdtemp(pattern.data()) == nullptr) {
+      failure(parent.string() + ": cannot create files there: " + std::strerror(errno));
+    }
     path_ = pattern;
   }
   ~ScratchDir() {

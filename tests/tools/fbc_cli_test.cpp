@@ -84,6 +84,7 @@ TEST_P(CliError, ExitsTwoWithOneLineAndNoOutput) {
 const ErrorCase kErrorCases[] = {
     {"MissingFile", "encode --width 12 --height 3 nothere.raw out.bin",
      "fbc encode: nothere.raw: cannot open: No such file or directory\n"},
+    {"NotARegularFile", "encode --width 12 --height 3 . out.bin", "fbc encode: .: not a regular file\n"},
     {"WrongSize", "encode --width 12 --height 3 short.raw out.bin",
      "fbc encode: short.raw: size 70 bytes, expected 72 (12x3 samples of 2 bytes)\n"},
     {"SampleAbove4095", "encode --width 12 --height 3 bad.raw out.bin",
