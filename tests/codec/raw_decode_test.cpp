@@ -55,3 +55,51 @@ TEST(LibraryEntry, PrintsItsLinesAndDecodesWithDefaults) {
     for (int i = 0; i < 16; ++i) EXPECT_EQ(out[i], 0x1230);
     for (int i = 16; i < 24; ++i) EXPECT_EQ(out[i], 0);
 }
+
+TEST(CheckedEntry, RejectsMalformedCalls) {
+    std::vector<unsigned char> in(12 * 2 + 4);
+    std::vector<unsigned short> out(24, 0xBEEF);
+    struct Case {
+        const unsigned char* in;
+        size_t inSize;
+        unsigned short* out;
+        size_t outCount;
+        int width, height, result;
+    } cases[] = {
+        {nullptr, 28, out.data(), 24, 12, 2, FBD_ERR_NULL},
+        {in.data(), 28, nullptr, 24, 12, 2, FBD_ERR_NULL},
+        {in.data(), 28, out.data(), 24, 0, 2, FBD_ERR_SIZE},
+        {in.data(), 28, out.data(), 24, 12, -1, FBD_ERR_SIZE},
+        {in.data(), 28, out.data(), 23, 12, 2, FBD_ERR_OUT_TOO_SMALL},
+        // width 12: the last block reads 4 bytes past 24
+        {in.data(), 27, out.data(), 24, 12, 2, FBD_ERR_IN_TOO_SMALL},
+        {in.data(), 28, out.data(), 24, 12, 2, FBD_OK},
+        {in.data(), 16, out.data(), 24, 8, 2, FBD_OK},
+        {in.data(), 15, out.data(), 24, 8, 2, FBD_ERR_IN_TOO_SMALL},
+        {in.data(), 28, out.data(), 24, 0x7FFFFFFF, 0x7FFFFFFF, FBD_ERR_OUT_TOO_SMALL},
+        {in.data(), 28, out.data(), 24, 0x7FFFFFFF, 1, FBD_ERR_OUT_TOO_SMALL},
+    };
+    for (const Case& c : cases) {
+        std::fill(out.begin(), out.end(), 0xBEEF);
+        EXPECT_EQ(FBD_ExecuteChecked(c.in, c.inSize, c.out, c.outCount, c.width, c.height), c.result)
+            << c.inSize << " " << c.outCount << " " << c.width << "x" << c.height;
+        if (c.result != FBD_OK) {
+            EXPECT_EQ(out[0], 0xBEEF);
+        }
+    }
+}
+
+TEST(CheckedEntry, MatchesTheLibraryEntry) {
+    std::mt19937 rng(11);
+    for (int width : {1, 7, 8, 13, 64}) {
+        const int height = 3;
+        std::vector<unsigned char> in(width * height + 7);
+        for (auto& b : in) b = static_cast<unsigned char>(rng());
+        std::vector<unsigned short> a(width * height), b(width * height);
+        testing::internal::CaptureStdout();
+        FBD_Execute(in.data(), a.data(), width, height);
+        testing::internal::GetCapturedStdout();
+        ASSERT_EQ(FBD_ExecuteChecked(in.data(), width * height + (8 - width % 8) % 8, b.data(), b.size(), width, height), FBD_OK);
+        EXPECT_EQ(a, b) << width;
+    }
+}
