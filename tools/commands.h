@@ -14,5 +14,6 @@ int runDecode(const Words& argv);
 int runGolden(const Words& argv);
 int runDemo(const Words& argv);
 int runRoundtrip(const Words& argv);
+int runBench(const Words& argv);
 
 }  // namespace fbc::cli

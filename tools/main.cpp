@@ -24,6 +24,7 @@ const Command kCommands[] = {
     {"golden", "write the five golden reference files of one frame", runGolden},
     {"demo", "round-trip a built-in test chart and report modes, error and speed", runDemo},
     {"roundtrip", "the demo's report for your own raw image", runRoundtrip},
+    {"bench", "time encode and decode of a 4K frame on one thread", runBench},
 };
 
 void printUsage(std::ostream& os) {

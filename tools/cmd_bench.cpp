@@ -1,0 +1,187 @@
+// fbc bench: single-thread throughput of encode, frame decode and the raw decoder behind the C
+// entry, on a mixed-content frame and on a noise frame, against a plain copy of the output.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <vector>
+
+#include "codec/Compression1x8.h"
+#include "image/Frame.h"
+#include "tools/cli.h"
+#include "tools/commands.h"
+
+namespace fbc::cli {
+
+namespace {
+
+const CommandSpec kSpec{
+    "bench",
+    "[--width W --height H] [--repeat N] [--json]",
+    "Times the codec on one thread: encode, frame decode, the raw decoder behind FBD_Execute\n"
+    "(its console lines excluded) and a plain copy of the same 16-bit output buffer, on a frame\n"
+    "of mixed test content tiled to W x H (default 3840x2160) and on a noise frame. Each path\n"
+    "runs once to warm up, then N times (default 20); the median is reported. --json prints one\n"
+    "JSON object instead of the table.",
+    {kOptWidth, kOptHeight, {"repeat", "N", "timed runs per path, default 20"},
+     {"json", nullptr, "one JSON object on standard output"}},
+    0,
+    0};
+
+// splitmix64: the frames are the same on every machine.
+class Rng {
+ public:
+  explicit Rng(std::uint64_t seed) : state_(seed) {}
+  std::uint32_t next() {
+    std::uint64_t z = (state_ += 0x9E3779B97F4A7C15ULL);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+    return static_cast<std::uint32_t>((z ^ (z >> 31)) >> 32);
+  }
+  int below(int n) { return static_cast<int>(next() % static_cast<std::uint32_t>(n)); }
+
+ private:
+  std::uint64_t state_;
+};
+
+int clamp12(int v) { return v < 0 ? 0 : (v > 4095 ? 4095 : v); }
+
+// A 256x240 tile in bands of 40 rows: gentle ramps, steep ramps, flat steps, two-level strokes,
+// blocks with a flat run at one end, texture on a gradient. Tiled, it gives every mode its share.
+constexpr int kTileW = 256, kTileH = 240;
+std::vector<int> mixedTile() {
+  std::vector<int> t(kTileW * kTileH);
+  Rng rng(0x5eedbe9c);
+  for (int y = 0; y < kTileH; ++y) {
+    for (int x = 0; x < kTileW; ++x) {
+      int v;
+      switch (y / 40) {
+        case 0: v = 200 + x * 6 + y * 4; break;
+        case 1: v = 40 + 80 * ((x + y) % 50); break;
+        case 2: v = 256 * ((x / 40 + y / 40) % 16) + 128; break;
+        case 3: v = ((x % 24 < 3) || (y % 30 < 2)) ? 320 : 3680; break;
+        case 4: v = (x & 7) < 3 ? 1000 + rng.below(9) : rng.below(4096); break;
+        default: v = 1000 + 5 * x + y + rng.below(41) - 20; break;
+      }
+      t[y * kTileW + x] = clamp12(v);
+    }
+  }
+  return t;
+}
+
+Frame mixedFrame(int w, int h) {
+  const std::vector<int> tile = mixedTile();
+  Frame f(w, h, Frame::CS_RAW, 12);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) f.data[static_cast<std::size_t>(y) * w + x] = tile[(y % kTileH) * kTileW + x % kTileW];
+  return f;
+}
+
+Frame noiseFrame(int w, int h) {
+  Frame f(w, h, Frame::CS_RAW, 12);
+  Rng rng(0x0157e5);
+  for (std::size_t i = 0; i < static_cast<std::size_t>(w) * h; ++i) f.data[i] = rng.below(4096);
+  return f;
+}
+
+// Median seconds of `repeat` runs of fn after one warm-up run.
+template <class Fn>
+double medianSeconds(int repeat, Fn&& fn) {
+  fn();
+  std::vector<double> t;
+  t.reserve(repeat);
+  for (int r = 0; r < repeat; ++r) {
+    const auto a = std::chrono::steady_clock::now();
+    fn();
+    const auto b = std::chrono::steady_clock::now();
+    t.push_back(std::chrono::duration<double>(b - a).count());
+  }
+  std::sort(t.begin(), t.end());
+  return t[t.size() / 2];
+}
+
+struct FrameTimes {
+  double encode;
+  double decode;
+};
+
+FrameTimes timeFrame(const Frame& in, int repeat, Frame& compressed) {
+  Compression1x8 codec("FBC", false);
+  codec.setSWinit();
+  codec.setEnable(true);
+  codec.allocateCompressedFrame(in.width, in.height, compressed);
+  FrameTimes t{};
+  t.encode = medianSeconds(repeat, [&] { codec.CompressFrame(in, compressed, 0, 0); });
+  Frame decoded(in.width, in.height, Frame::CS_RAW, 16);
+  t.decode = medianSeconds(repeat, [&] { codec.DecompressFrame(compressed, decoded, 0); });
+  return t;
+}
+
+}  // namespace
+
+int runBench(const Words& argv) {
+  Args args;
+  if (!parseArgs(kSpec, argv, args)) return kExitOk;
+  const int width = static_cast<int>(args.integer("width", 1, kMaxSide, 3840));
+  const int height = static_cast<int>(args.integer("height", 1, kMaxSide, 2160));
+  if (static_cast<long long>(width) * height > kMaxPixels) usageError("--width x --height: too many pixels");
+  const int repeat = static_cast<int>(args.integer("repeat", 1, 100000, 20));
+  const bool json = args.has("json");
+  const double mpix = static_cast<double>(width) * height / 1e6;
+
+  Frame compressed(Frame::CS_RAW, CFA_RGGB, 8);
+  const FrameTimes noise = timeFrame(noiseFrame(width, height), repeat, compressed);
+  const FrameTimes mixed = timeFrame(mixedFrame(width, height), repeat, compressed);
+
+  // The host-facing buffer: rows of `width` code bytes (the compressed frame's rows cut to the
+  // width) plus the 7 bytes the last block may read past the end.
+  const std::size_t pixels = static_cast<std::size_t>(width) * height;
+  std::vector<unsigned char> raw(pixels + 7, 0);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x)
+      raw[static_cast<std::size_t>(y) * width + x] =
+          static_cast<unsigned char>(compressed.data[static_cast<std::size_t>(y) * compressed.width + x]);
+  std::vector<unsigned short> out(pixels), copy(pixels);
+  // The C entry's codec: software defaults, block enabled; its three console lines are not timed.
+  Compression1x8 host("FBC", false);
+  host.Enable = 1;
+  host.m_dumpLevel = 0;
+  host.setSWinit();
+  const double fbd = medianSeconds(repeat, [&] { host.DecompressFrame(raw.data(), out.data(), width, height, 0); });
+  const double cp = medianSeconds(repeat, [&] {
+    std::memcpy(copy.data(), out.data(), pixels * sizeof(unsigned short));
+    // Keeps the copy from being optimised away.
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+  });
+  const double copyGbS = pixels * sizeof(unsigned short) / cp / 1e9;
+
+  char line[512];
+  if (json) {
+    std::snprintf(line, sizeof line,
+                  "{\"width\": %d, \"height\": %d, \"encode_mpix_s\": %.1f, \"decode_mpix_s\": %.1f, "
+                  "\"fbd_mpix_s\": %.1f, \"copy_gb_s\": %.2f, \"encode_noise_mpix_s\": %.1f, "
+                  "\"decode_noise_mpix_s\": %.1f}\n",
+                  width, height, mpix / mixed.encode, mpix / mixed.decode, mpix / fbd, copyGbS,
+                  mpix / noise.encode, mpix / noise.decode);
+    std::cout << line;
+    return kExitOk;
+  }
+  std::cout << "frame " << width << "x" << height << ", median of " << repeat << " runs after a warm-up\n";
+  const auto row = [&](const char* name, double s) {
+    std::snprintf(line, sizeof line, "  %-22s %9.3f ms %9.1f Mpixel/s %7.1fx copy\n", name, s * 1e3, mpix / s, s / cp);
+    std::cout << line;
+  };
+  row("encode", mixed.encode);
+  row("decode (frame)", mixed.decode);
+  row("decode (raw, FBD)", fbd);
+  row("encode (noise)", noise.encode);
+  row("decode (frame, noise)", noise.decode);
+  std::snprintf(line, sizeof line, "  %-22s %9.3f ms %9.2f GB/s\n", "copy of the output", cp * 1e3, copyGbS);
+  std::cout << line;
+  return kExitOk;
+}
+
+}  // namespace fbc::cli
