@@ -1,9 +1,12 @@
 #include "image/ParsePPM.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <new>
 
 const unsigned char bayer_p[4][2][2] = {
     {{0, 1}, {3, 2}},  // RGGB
@@ -89,6 +92,82 @@ bool readFileBytes(const std::string& path, std::size_t count, const std::string
   return true;
 }
 
+// width x height x channels as an element count; a count no array can hold raises the
+// standard bad-array-length error, as array-new does.
+std::size_t pixelSamples(unsigned width, unsigned height, unsigned channels) {
+  const std::size_t limit = std::numeric_limits<std::size_t>::max() / sizeof(unsigned short);
+  const std::size_t perRow = static_cast<std::size_t>(width) * channels;
+  if (height != 0 && perRow > limit / height) throw std::bad_array_new_length();
+  return perRow * height;
+}
+
+// Up to `count` bytes from the open file; bytes past its end stay zero.
+void readAvailable(std::FILE* fp, std::size_t count, std::vector<unsigned char>& bytes) {
+  bytes.assign(count, 0);
+  if (count > 0) (void)std::fread(bytes.data(), 1, count, fp);
+}
+
+unsigned littleEndianWord(const unsigned char* bytes, std::size_t k) {
+  return static_cast<unsigned>(bytes[2 * k]) | (static_cast<unsigned>(bytes[2 * k + 1]) << 8);
+}
+
+// `count` little-endian words unpacked into `count` samples by raw packing mode:
+//   0 (and any mode not listed)  nibble rotation   ((v << 4) & 0xFF0) | (v >> 12)
+//   1                            upper 12 bits     v >> 4
+//   2                            byte swap, then upper 12 bits
+//   3                            as stored
+//   4                            continuous 10-bit stream, times 4
+void unpackRawWords(const unsigned char* bytes, std::size_t count, int mode, unsigned short* out) {
+  if (mode == 4) {
+    // One little-endian bit stream of 10-bit values across words and rows:
+    //   word k:   | ... value i+1 low bits | value i (bits b..b+9) | ... |
+    //   a value starting at b >= 6 takes 16-b bits here and its top bits from word k+1.
+    // Ten bits per sample never outrun the 16 bits per sample the file holds, so word k+1 exists.
+    std::size_t k = 0;
+    int b = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      unsigned v;
+      if (b < 6) {
+        v = (littleEndianWord(bytes, k) >> b) & 0x3FFu;
+        b += 10;
+      } else {
+        const int lowBits = 16 - b;
+        const unsigned low = (littleEndianWord(bytes, k) >> b) & ((1u << lowBits) - 1u);
+        b -= 6;
+        const unsigned high = littleEndianWord(bytes, k + 1) & ((1u << b) - 1u);
+        v = low | (high << lowBits);
+        ++k;
+      }
+      out[i] = static_cast<unsigned short>(v * 4);
+    }
+    return;
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    const unsigned v = littleEndianWord(bytes, i);
+    unsigned s;
+    switch (mode) {
+      case 1:
+        s = (v >> 4) & 0x0FFFu;
+        break;
+      case 2:
+        s = (((v & 0xFFu) << 8) | (v >> 8)) >> 4;
+        break;
+      case 3:
+        s = v;
+        break;
+      default:
+        s = ((v << 4) & 0x0FF0u) | ((v >> 12) & 0x000Fu);
+        break;
+    }
+    out[i] = static_cast<unsigned short>(s);
+  }
+}
+
+// 4:2:2 words keep their low 10 bits, the width of the chroma path.
+void unpackYuvWords(const unsigned char* bytes, std::size_t count, unsigned short* out) {
+  for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<unsigned short>(littleEndianWord(bytes, i) & 0x3FFu);
+}
+
 // A decimal field of at most nine digits (so it cannot wrap).
 bool parseNumber(const std::string& token, unsigned& value) {
   if (token.empty() || token.size() > 9) return false;
@@ -100,8 +179,8 @@ bool parseNumber(const std::string& token, unsigned& value) {
   return true;
 }
 
-bool parsePnmImpl(const std::string& path, bool allowGrey, bool singleByteBinary,
-                  fbc::PnmImage& image, std::string& error) {
+bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
+                  std::string& error) {
   std::vector<unsigned char> bytes;
   if (!readFile(path, bytes, error)) return false;
   Cursor cur{bytes};
@@ -172,7 +251,7 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, bool singleByteBinary
   }
 
   // Two bytes per sample only above 256: a maximum of exactly 256 still reads single bytes.
-  const std::size_t bytesPerSample = (!singleByteBinary && image.maxval > 256) ? 2 : 1;
+  const std::size_t bytesPerSample = image.maxval > 256 ? 2 : 1;
   const std::size_t need = n * bytesPerSample;
   const std::size_t avail = bytes.size() - cur.pos;
   if (avail < need) {
@@ -183,7 +262,7 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, bool singleByteBinary
   const unsigned char* p = bytes.data() + cur.pos;
   for (std::size_t i = 0; i < n; ++i) {
     const unsigned v = bytesPerSample == 2 ? (static_cast<unsigned>(p[2 * i]) << 8) | p[2 * i + 1] : p[i];
-    if (!singleByteBinary && v > image.maxval) {
+    if (v > image.maxval) {
       error = path + ": sample " + std::to_string(i) + " is " + std::to_string(v) +
               ", above the maximum value " + std::to_string(image.maxval);
       return false;
@@ -214,46 +293,92 @@ void error_parse_file(const char* name) {
   std::exit(-1);
 }
 
+// The specified readers are lenient where the strict ones above are not: only a file that cannot
+// be opened, an unknown magic or a token read at the end of the file end the process. Sizes are
+// taken as written, samples above the maximum are scaled like any other, and a short file leaves
+// the samples it does not reach at zero.
 void ParsePPMFile_all(const char* name, unsigned int& width, unsigned int& height,
                       unsigned short*& data, int bits) {
-  int w = 0;
-  int h = 0;
-  std::vector<std::uint16_t> rgb;
-  std::string error;
-  if (!fbc::parsePPM(name, bits, w, h, rgb, error)) error_parse_file(name);
-  width = static_cast<unsigned>(w);
-  height = static_cast<unsigned>(h);
-  data = new unsigned short[rgb.size()];
-  std::memcpy(data, rgb.data(), rgb.size() * sizeof(unsigned short));
+  std::ifstream in(name, std::ios::binary);
+  if (!in) error_parse_file(name);
+  const std::string magic = get_file_token(in);
+  width = string2dec(get_file_token(in));
+  height = string2dec(get_file_token(in));
+  const unsigned maximum = string2dec(get_file_token(in));
+  const std::size_t count = pixelSamples(width, height, 3);
+  data = new unsigned short[count]();
+  if (magic == "P3") {
+    for (std::size_t i = 0; i < count; ++i) {
+      data[i] = fbc::scalePnmSample(string2dec(get_file_token(in)), maximum, bits);
+    }
+  } else if (magic == "P6") {
+    // Two bytes per sample only above 256: a maximum of exactly 256 still reads single bytes.
+    const std::size_t bytesPerSample = maximum > 256 ? 2 : 1;
+    std::vector<unsigned char> bytes(count * bytesPerSample, 0);
+    in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    for (std::size_t i = 0; i < count; ++i) {
+      const unsigned v = bytesPerSample == 2
+                             ? (static_cast<unsigned>(bytes[2 * i]) << 8) | bytes[2 * i + 1]
+                             : bytes[i];
+      data[i] = fbc::scalePnmSample(v, maximum, bits);
+    }
+  } else {
+    delete[] data;
+    data = nullptr;
+    error_parse_file(name);
+  }
 }
 
-// The older reader: ASCII values rescaled to 0..255 by integer division, binary bytes unscaled.
+// The older reader: ASCII values rescaled to 0..255 by unsigned integer division, binary bytes
+// stored unscaled one per sample whatever the maximum. Samples a short P6 body does not reach keep
+// the caller's values.
 void ParsePPMFile(const char* name, unsigned int* values) {
-  fbc::PnmImage image;
-  std::string error;
-  if (!parsePnmImpl(name, false, true, image, error)) error_parse_file(name);
-  const bool ascii = image.magic == "P3";
-  for (std::size_t i = 0; i < image.samples.size(); ++i) {
-    values[i] = ascii ? image.samples[i] * 255u / image.maxval : image.samples[i];
+  std::ifstream in(name, std::ios::binary);
+  if (!in) error_parse_file(name);
+  const std::string magic = get_file_token(in);
+  const unsigned width = string2dec(get_file_token(in));
+  const unsigned height = string2dec(get_file_token(in));
+  const unsigned maximum = string2dec(get_file_token(in));
+  const std::size_t count = pixelSamples(width, height, 3);
+  if (magic == "P3") {
+    for (std::size_t i = 0; i < count; ++i) {
+      const unsigned v = string2dec(get_file_token(in));
+      // A zero maximum gives no scale to divide by; such samples read as 0.
+      values[i] = maximum != 0 ? v * 255u / maximum : 0u;
+    }
+  } else if (magic == "P6") {
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto ch = in.get();
+      if (ch == std::ifstream::traits_type::eof()) break;
+      values[i] = static_cast<unsigned>(ch);
+    }
+  } else {
+    error_parse_file(name);
   }
 }
 
 void ParseRAWFile(const char* name, int width, int height, unsigned short*& data, int mode) {
-  std::vector<std::uint16_t> samples;
-  std::string error;
-  if (!fbc::parseRAW(name, width, height, mode, samples, error)) error_parse_file(name);
+  std::FILE* fp = std::fopen(name, "rb");
+  if (fp == nullptr) error_parse_file(name);
   std::printf("Width %d\nHeight %d\n", width, height);
-  data = new unsigned short[samples.size()];
-  std::memcpy(data, samples.data(), samples.size() * sizeof(unsigned short));
+  const long long count = static_cast<long long>(width) * height;
+  data = new unsigned short[count]();
+  std::vector<unsigned char> bytes;
+  readAvailable(fp, 2 * static_cast<std::size_t>(count), bytes);
+  std::fclose(fp);
+  unpackRawWords(bytes.data(), static_cast<std::size_t>(count), mode, data);
 }
 
 void ParseYUV422File(const char* name, int width, int height, unsigned short*& data) {
-  std::vector<std::uint16_t> samples;
-  std::string error;
-  if (!fbc::parseYUV422(name, width, height, samples, error)) error_parse_file(name);
+  std::FILE* fp = std::fopen(name, "rb");
+  if (fp == nullptr) error_parse_file(name);
   std::printf("Width %d\nHeight %d\n", width, height);
-  data = new unsigned short[samples.size()];
-  std::memcpy(data, samples.data(), samples.size() * sizeof(unsigned short));
+  const long long count = 2 * static_cast<long long>(width) * height;
+  data = new unsigned short[count]();
+  std::vector<unsigned char> bytes;
+  readAvailable(fp, 2 * static_cast<std::size_t>(count), bytes);
+  std::fclose(fp);
+  unpackYuvWords(bytes.data(), static_cast<std::size_t>(count), data);
 }
 
 // Camera raw files are not decoded here: the file is not opened, and the samples come from a
@@ -304,14 +429,17 @@ bool checkPictureSize(const std::string& path, long long width, long long height
 }
 
 bool parsePnm(const std::string& path, bool allowGrey, PnmImage& image, std::string& error) {
-  return parsePnmImpl(path, allowGrey, false, image, error);
+  return parsePnmImpl(path, allowGrey, image, error);
 }
 
 std::uint16_t scalePnmSample(unsigned value, unsigned maxval, int bits) {
-  const float scale = static_cast<float>(1u << bits) / static_cast<float>(maxval + 1);
+  // maxval + 1 wraps to 0 at the top of the unsigned range: the scale is then infinite.
+  const float scale = std::ldexp(1.0f, bits) / static_cast<float>(maxval + 1u);
   const float scaled = static_cast<float>(value) * scale;
-  const unsigned v = scaled > 0.0f ? static_cast<unsigned>(scaled) : 0u;
-  return static_cast<std::uint16_t>(v & 0xFFFFu);
+  // Truncation toward zero, low 16 bits kept. A float of 2^40 or more is a multiple of 2^17, so
+  // its low 16 bits are 0; that also covers an infinite scale (and NaN from 0 times it).
+  if (!(scaled > 0.0f) || scaled >= 1099511627776.0f) return 0;
+  return static_cast<std::uint16_t>(static_cast<std::uint64_t>(scaled) & 0xFFFFu);
 }
 
 bool parsePPM(const std::string& path, int bits, int& width, int& height,
@@ -337,53 +465,8 @@ bool parseRAW(const std::string& path, int width, int height, int mode,
   const std::string expectation = std::to_string(width) + "x" + std::to_string(height) +
                                   " samples of 2 bytes";
   if (!readFileBytes(path, 2 * n, expectation, bytes, error)) return false;
-  auto word = [&bytes](std::size_t k) -> unsigned {
-    return static_cast<unsigned>(bytes[2 * k]) | (static_cast<unsigned>(bytes[2 * k + 1]) << 8);
-  };
   samples.resize(n);
-  if (mode == 4) {
-    // Continuous little-endian stream of 10-bit values across words and rows:
-    //   word k:   | ... value i+1 low bits | value i (bits b..b+9) | ... |
-    //   a value starting at b >= 6 takes 16-b bits here and its top bits from word k+1.
-    // Ten bits per sample never outrun the 16 bits per sample the file holds.
-    std::size_t k = 0;
-    int b = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-      unsigned v;
-      if (b < 6) {
-        v = (word(k) >> b) & 0x3FFu;
-        b += 10;
-      } else {
-        const int lowBits = 16 - b;
-        const unsigned low = (word(k) >> b) & ((1u << lowBits) - 1u);
-        b -= 6;
-        const unsigned high = word(k + 1) & ((1u << b) - 1u);
-        v = low | (high << lowBits);
-        ++k;
-      }
-      samples[i] = static_cast<std::uint16_t>(v * 4);
-    }
-    return true;
-  }
-  for (std::size_t i = 0; i < n; ++i) {
-    const unsigned v = word(i);
-    unsigned s;
-    switch (mode) {
-      case 1:
-        s = (v >> 4) & 0x0FFFu;  // 12 bits in the upper part of the word
-        break;
-      case 2:
-        s = (((v & 0xFFu) << 8) | (v >> 8)) >> 4;  // big-endian word, upper 12 bits
-        break;
-      case 3:
-        s = v;
-        break;
-      default:
-        s = ((v << 4) & 0x0FF0u) | ((v >> 12) & 0x000Fu);  // nibble rotation
-        break;
-    }
-    samples[i] = static_cast<std::uint16_t>(s);
-  }
+  unpackRawWords(bytes.data(), n, mode, samples.data());
   return true;
 }
 
@@ -396,10 +479,7 @@ bool parseYUV422(const std::string& path, int width, int height,
                                   " pixels of two 2-byte words";
   if (!readFileBytes(path, 2 * n, expectation, bytes, error)) return false;
   samples.resize(n);
-  for (std::size_t i = 0; i < n; ++i) {
-    const unsigned v = static_cast<unsigned>(bytes[2 * i]) | (static_cast<unsigned>(bytes[2 * i + 1]) << 8);
-    samples[i] = static_cast<std::uint16_t>(v & 0x3FFu);
-  }
+  unpackYuvWords(bytes.data(), n, samples.data());
   return true;
 }
 

@@ -18,8 +18,10 @@ unsigned int string2dec(std::string token);
 // Prints "Error : Parsing file <name>" on standard error and ends the process with status -1.
 [[noreturn]] void error_parse_file(const char* name);
 
-// Parsers. Each returns an array allocated with new[] that the caller frees with delete[]; a file
-// that cannot be used ends the process through error_parse_file.
+// Parsers. Each returns an array allocated with new[] that the caller frees with delete[]. A file
+// that cannot be opened, an unknown PPM magic or a token read at the end of the file ends the
+// process through error_parse_file; nothing else is checked: a short file leaves the samples it
+// does not reach at zero, and PPM samples above the maximum are scaled like any other.
 void ParsePPMFile_all(const char* name, unsigned int& width, unsigned int& height,
                       unsigned short*& data, int bits);
 void ParsePPMFile(const char* name, unsigned int* values);
@@ -37,7 +39,7 @@ void StorePPMFrame(const char* base, const unsigned int* field1, const unsigned 
 namespace fbc {
 
 // Largest picture the reporting parsers accept.
-constexpr int kMaxPictureSide = 1 << 15;
+constexpr int kMaxPictureSide = 1 << 16;
 constexpr long long kMaxPictureSamples = 1LL << 28;
 
 // Checks a width and height against the limits above; the error names the file.
@@ -61,7 +63,7 @@ struct PnmImage {
 bool parsePnm(const std::string& path, bool allowGrey, PnmImage& image, std::string& error);
 
 // The readers' scaling to `bits` bits: value * 2^bits / (maxval + 1) in single precision,
-// truncated and kept to 16 bits.
+// truncated toward zero and kept to 16 bits. Defined for every input, absurd ones included.
 std::uint16_t scalePnmSample(unsigned value, unsigned maxval, int bits);
 
 // P3/P6 scaled to `bits` (0..16) bits, three samples per pixel.

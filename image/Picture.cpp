@@ -16,12 +16,6 @@ namespace {
 constexpr int kToolDepth = 12;
 constexpr int kToolMax = (1 << kToolDepth) - 1;
 
-std::string lowerExtension(const std::string& path) {
-  std::string ext = std::filesystem::path(path).extension().string();
-  for (char& ch : ext) ch = static_cast<char>(ch >= 'A' && ch <= 'Z' ? ch - 'A' + 'a' : ch);
-  return ext;
-}
-
 bool loadPpm(const std::string& path, const PictureOptions& options, Frame& frame, std::string& error) {
   int width = 0;
   int height = 0;
@@ -80,8 +74,8 @@ bool loadRaw(const std::string& path, const PictureOptions& options, Frame& fram
     if (samples[i] > kToolMax) {
       const std::size_t x = i % static_cast<std::size_t>(options.width);
       const std::size_t y = i / static_cast<std::size_t>(options.width);
-      error = path + ": pixel (" + std::to_string(x) + ", " + std::to_string(y) + ") is " +
-              std::to_string(samples[i]) + ", above " + std::to_string(kToolMax) + " (12-bit samples)";
+      error = path + ": sample " + std::to_string(samples[i]) + " at pixel (" + std::to_string(x) + ", " +
+              std::to_string(y) + ") is above " + std::to_string(kToolMax);
       return false;
     }
     f.data[i] = samples[i];
@@ -101,10 +95,15 @@ std::string pnmHeader(const char* magic, int width, int height, int maxval) {
          std::to_string(maxval) + "\n";
 }
 
-void append16(std::string& out, int v) {
-  const int c = std::min(std::max(v, 0), 65535);
-  out.push_back(static_cast<char>(c >> 8));
-  out.push_back(static_cast<char>(c & 0xFF));
+// Appends `count` samples limited to 0..maxval, one byte each up to 255, else two (high first).
+void appendSamples(std::string& out, const int* values, std::size_t count, int maxval) {
+  const bool wide = maxval > 255;
+  out.reserve(out.size() + count * (wide ? 2 : 1));
+  for (std::size_t i = 0; i < count; ++i) {
+    const int c = std::min(std::max(values[i], 0), maxval);
+    if (wide) out.push_back(static_cast<char>(c >> 8));
+    out.push_back(static_cast<char>(c & 0xFF));
+  }
 }
 
 bool checkRgb(const std::string& path, const RgbImage& image, std::string& error) {
@@ -125,7 +124,7 @@ bool loadPicture(const std::string& path, const PictureOptions& options, Frame& 
     error = path + ": CFA layout " + std::to_string(options.cfa) + " is out of range (0..3)";
     return false;
   }
-  const std::string ext = lowerExtension(path);
+  const std::string ext = pictureExtension(path);
   if (ext == ".ppm") return loadPpm(path, options, frame, error);
   if (ext == ".pgm") return loadPgm(path, frame, error);
   if (ext == ".raw") return loadRaw(path, options, frame, error);
@@ -144,19 +143,30 @@ RgbImage greyImage(const Frame& frame) {
   return image;
 }
 
+std::string pictureExtension(const std::string& path) {
+  std::string ext = std::filesystem::path(path).extension().string();
+  for (char& ch : ext) ch = static_cast<char>(ch >= 'A' && ch <= 'Z' ? ch - 'A' + 'a' : ch);
+  return ext;
+}
+
+std::string pgmBytes(const Frame& frame, int maxval) {
+  std::string out = pnmHeader("P5", frame.width, frame.height, maxval);
+  appendSamples(out, frame.data, frame.size(), maxval);
+  return out;
+}
+
+std::string ppmBytes(const RgbImage& image, int maxval) {
+  std::string out = pnmHeader("P6", image.width, image.height, maxval);
+  appendSamples(out, image.rgb.data(), image.rgb.size(), maxval);
+  return out;
+}
+
 bool writePgm16(const std::string& path, const Frame& frame, std::string& error) {
-  std::string out = pnmHeader("P5", frame.width, frame.height, 65535);
-  out.reserve(out.size() + frame.size() * 2);
-  for (std::size_t i = 0; i < frame.size(); ++i) append16(out, frame.data[i]);
-  return writeFileAtomically(path, out, error);
+  return writeFileAtomically(path, pgmBytes(frame, 65535), error);
 }
 
 bool writePpm16(const std::string& path, const RgbImage& image, std::string& error) {
-  if (!checkRgb(path, image, error)) return false;
-  std::string out = pnmHeader("P6", image.width, image.height, 65535);
-  out.reserve(out.size() + image.rgb.size() * 2);
-  for (int v : image.rgb) append16(out, v);
-  return writeFileAtomically(path, out, error);
+  return checkRgb(path, image, error) && writeFileAtomically(path, ppmBytes(image, 65535), error);
 }
 
 bool writePgm8(const std::string& path, const Frame& frame, int depth, std::string& error) {

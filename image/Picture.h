@@ -36,6 +36,15 @@ struct RgbImage {
 // Grey picture of one frame's samples, one channel per pixel.
 RgbImage greyImage(const Frame& frame);
 
+// Lower-case extension of a file name, with its dot (".ppm"); empty when there is none.
+std::string pictureExtension(const std::string& path);
+
+// A whole binary PNM file in memory: P5 for a frame's samples, P6 for three values per pixel.
+// Samples are limited to 0..maxval and take two bytes, most significant first, when maxval is
+// above 255.
+std::string pgmBytes(const Frame& frame, int maxval);
+std::string ppmBytes(const RgbImage& image, int maxval);
+
 // 16-bit pictures (maxval 65535, samples limited to 0..65535, most significant byte first).
 bool writePgm16(const std::string& path, const Frame& frame, std::string& error);
 bool writePpm16(const std::string& path, const RgbImage& image, std::string& error);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -258,8 +259,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadFile{"P5\n1 1\n255\nx", "unknown magic \"P5\" (expected P3 or P6)"},
         BadFile{"", "empty file"},
         BadFile{"P6\n4", "header ends before the height"},
-        BadFile{"P3\n0 4 255\n", "width 0 is out of range (1..32768)"},
-        BadFile{"P3\n4 40000 255\n", "height 40000 is out of range (1..32768)"},
+        BadFile{"P3\n0 4 255\n", "width 0 is out of range (1..65536)"},
+        BadFile{"P3\n4 70000 255\n", "height 70000 is out of range (1..65536)"},
         BadFile{"P3\n16384 16384 255\n", "16384x16384 is too large (805306368 samples, limit 268435456)"},
         BadFile{"P3\nab 1 255\n", "width \"ab\" is not a number"},
         BadFile{"P3\n1 1 0\n", "maximum value 0 is out of range (1..65535)"},
@@ -282,7 +283,104 @@ TEST(ReportingParsers, ShortRawFile) {
   EXPECT_FALSE(fbc::parseRAW(dir.file("in.raw"), 8, 8, 0, samples, error));
   EXPECT_EQ(error, dir.file("in.raw") + ": size 120 bytes, expected at least 128 (8x8 samples of 2 bytes)");
   EXPECT_FALSE(fbc::parseYUV422(dir.file("in.raw"), 0, 8, samples, error));
-  EXPECT_EQ(error, dir.file("in.raw") + ": width 0 is out of range (1..32768)");
+  EXPECT_EQ(error, dir.file("in.raw") + ": width 0 is out of range (1..65536)");
+}
+
+// The specified readers only end the process where they must; everything else reads on.
+TEST(LenientReaders, ShortRawFileLeavesZeros) {
+  TempDir dir;
+  writeBytes(dir.file("s.raw"), "\x34\x12\x56");  // word 0x1234, then half a word
+  unsigned short* data = nullptr;
+  ::testing::internal::CaptureStdout();
+  ParseRAWFile(dir.file("s.raw").c_str(), 2, 2, data, 3);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Width 2\nHeight 2\n");
+  EXPECT_EQ(std::vector<unsigned short>(data, data + 4), (std::vector<unsigned short>{0x1234, 0x0056, 0, 0}));
+  delete[] data;
+
+  ::testing::internal::CaptureStdout();
+  ParseYUV422File(dir.file("s.raw").c_str(), 1, 2, data);
+  ::testing::internal::GetCapturedStdout();
+  // 0x1234 & 0x3FF = 0x234
+  EXPECT_EQ(std::vector<unsigned short>(data, data + 4), (std::vector<unsigned short>{0x234, 0x056, 0, 0}));
+  delete[] data;
+}
+
+struct LenientCase {
+  std::string file;
+  int bits;
+  std::vector<unsigned short> samples;
+};
+
+class LenientPPM : public ::testing::TestWithParam<LenientCase> {};
+
+TEST_P(LenientPPM, ReadsOn) {
+  TempDir dir;
+  writeBytes(dir.file("l.ppm"), GetParam().file);
+  unsigned w = 0;
+  unsigned h = 0;
+  unsigned short* data = nullptr;
+  ParsePPMFile_all(dir.file("l.ppm").c_str(), w, h, data, GetParam().bits);
+  const std::size_t n = 3 * static_cast<std::size_t>(w) * h;
+  EXPECT_EQ(std::vector<unsigned short>(data, data + n), GetParam().samples);
+  delete[] data;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Readers, LenientPPM,
+    ::testing::Values(
+        // short P6 body: 0x10 * 16, the rest zero
+        LenientCase{"P6 2 1 255\n\x10", 12, {256, 0, 0, 0, 0, 0}},
+        // short two-byte P6 body: 0x0008 * 256/1024 = 2; the half-read sample keeps its high byte, 0x0100
+        LenientCase{std::string("P6 1 1 1023\n\x00\x08\x01", 15), 8, {2, 64, 0}},
+        // P6 above the maximum: 200 * 256/101 = 506.9
+        LenientCase{"P6 1 1 100\n\xC8\x01\x02", 8, {506, 2, 5}},
+        // P3 above the maximum: 5 * 256/2 = 640
+        LenientCase{"P3 1 1 1 5 1 0", 8, {640, 128, 0}},
+        // trailing separators give an empty token, read as 0
+        LenientCase{"P3 1 1 255 1 2 \n", 8, {1, 2, 0}}));
+
+TEST(LenientReaders, OlderReaderKeepsCallerValuesPastShortBody) {
+  TempDir dir;
+  writeBytes(dir.file("o.ppm"), "P6 2 1 255\n\x05\x06");
+  unsigned values[6] = {9, 9, 9, 9, 9, 9};
+  ParsePPMFile(dir.file("o.ppm").c_str(), values);
+  EXPECT_EQ(std::vector<unsigned>(values, values + 6), (std::vector<unsigned>{5, 6, 9, 9, 9, 9}));
+}
+
+TEST(LenientReaders, OversizedCountsRaiseBadArrayLength) {
+  TempDir dir;
+  writeBytes(dir.file("big.ppm"), "P3 4294967295 4294967295 255\n");
+  unsigned w = 0;
+  unsigned h = 0;
+  unsigned short* data = nullptr;
+  EXPECT_THROW(ParsePPMFile_all(dir.file("big.ppm").c_str(), w, h, data, 8), std::bad_array_new_length);
+  writeBytes(dir.file("n.raw"), "");
+  ::testing::internal::CaptureStdout();
+  EXPECT_THROW(ParseRAWFile(dir.file("n.raw").c_str(), -2, 3, data, 0), std::bad_array_new_length);
+  ::testing::internal::GetCapturedStdout();
+}
+
+TEST(LenientReaders, TokenAtEndOfFileEndsTheProcess) {
+  TempDir dir;
+  // The failing read is the token reader's own, which names no file.
+  writeBytes(dir.file("t.ppm"), "P3 1 1 255 1 2");
+  const std::string name = dir.file("t.ppm");
+  EXPECT_EXIT(
+      {
+        unsigned w = 0;
+        unsigned h = 0;
+        unsigned short* data = nullptr;
+        ParsePPMFile_all(name.c_str(), w, h, data, 8);
+      },
+      ::testing::ExitedWithCode(255), "^Error : Parsing file \n$");
+  writeBytes(dir.file("h.ppm"), "P6\n4");
+  const std::string header = dir.file("h.ppm");
+  EXPECT_EXIT(
+      {
+        unsigned values[3];
+        ParsePPMFile(header.c_str(), values);
+      },
+      ::testing::ExitedWithCode(255), "^Error : Parsing file \n$");
 }
 
 TEST(ReportingParsers, WrappersEndTheProcess) {

@@ -105,7 +105,7 @@ INSTANTIATE_TEST_SUITE_P(
     Picture, LoadFailure,
     ::testing::Values(
         LoadError{"a.raw", std::string("\xFF\x0F\x00\x10", 4), 2, 1, fbc::kRawPlain16,
-                  "pixel (1, 0) is 4096, above 4095 (12-bit samples)"},
+                  "sample 4096 at pixel (1, 0) is above 4095"},
         LoadError{"b.raw", std::string(6, '\0'), 2, 1, fbc::kRawPlain16,
                   "size 6 bytes, expected 4 (2x1 samples of 2 bytes)"},
         LoadError{"c.raw", std::string(4, '\0'), 0, 0, fbc::kRawPlain16, "a raw picture needs a width and a height"},
@@ -136,6 +136,17 @@ TEST(WritePicture, SixteenBitGreyAndColour) {
   ASSERT_TRUE(fbc::writePpm16(dir.file("c.ppm"), image, error)) << error;
   EXPECT_EQ(readBytes(dir.file("c.ppm")), std::string("P6\n1 1\n65535\n\x00\x01\x00\x00\xAB\xCD", 19));
   EXPECT_FALSE(std::filesystem::exists(dir.file("c.ppm.part")));
+}
+
+TEST(WritePicture, BytesPickTheSampleWidthFromTheMaximum) {
+  Frame f(2, 1, Frame::CS_RAW, 12);
+  f.data[0] = 4095;
+  f.data[1] = -1;
+  EXPECT_EQ(fbc::pgmBytes(f, 4095), std::string("P5\n2 1\n4095\n\x0F\xFF\x00\x00", 16));
+  const fbc::RgbImage image{1, 1, {300, 7, -2}};
+  EXPECT_EQ(fbc::ppmBytes(image, 255), std::string("P6\n1 1\n255\n\xFF\x07\x00", 14));
+  EXPECT_EQ(fbc::pictureExtension("dir.d/Photo.PPM"), ".ppm");
+  EXPECT_EQ(fbc::pictureExtension("dir.d/photo"), "");
 }
 
 TEST(WritePicture, EightBitForViewing) {
