@@ -20,30 +20,13 @@
 #include <cstdlib>
 
 #include "codec/Compression1x8.h"
+#include "codec/EdgeLayout.h"
 
 namespace {
 
-struct EdgeLayout {
-    int n;             // group size
-    int indexBits;     // 3 or 4
-    int baseDrop;      // low bits cleared from the group minimum: 3 (Edge2) or 2
-    int rangeLimit;    // largest group range the index can span: 63 or 127
-    int coarseBits[6]; // kept bits of the coarse pixels, next to the group first
-    int prefix;        // prefix value, occupying bits prefixLo..63
-    int prefixLo;
-    int dirBit;        // direction bit; the shift follows at dirBit + 1
-};
+using fbc::EdgeLayout;
 
-constexpr EdgeLayout kLayouts[6] = {
-    {2, 3, 3, 63, {7, 7, 7, 7, 7, 7}, 0xA, 60, 57},
-    {3, 3, 2, 63, {7, 8, 8, 8, 7}, 0x8, 60, 57},
-    {4, 3, 2, 63, {8, 9, 9, 8}, 0x16, 59, 56},
-    {5, 3, 2, 63, {10, 10, 10}, 0x2E, 58, 55},
-    {6, 4, 2, 127, {10, 10}, 0x5E, 57, 54},
-    {7, 4, 2, 127, {10}, 0xBE, 56, 53},
-};
-
-constexpr const EdgeLayout& layoutOf(int member) { return kLayouts[member - 2]; }
+constexpr const EdgeLayout& layoutOf(int member) { return fbc::kEdgeLayouts[member - 2]; }
 
 constexpr int baseLo(const EdgeLayout& l) { return l.n * l.indexBits; }
 constexpr int baseBits(const EdgeLayout& l) { return 12 - l.baseDrop; }
