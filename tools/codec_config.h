@@ -1,0 +1,62 @@
+// Registers of the codec from parameter files and --set overrides, checked so that no value a
+// user wrote is ignored in silence, and the effective register set written back in the
+// parameter file's own syntax.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class Compression1x8;
+class RegisterTable;
+
+namespace fbc::cli {
+
+// The register map built into the library, read once; a broken map is an internal failure.
+RegisterTable& builtinRegisters();
+
+// The tool's starting point for every register set: the block's software defaults
+// (setSWinit) with the block enabled.
+void resetCodec(Compression1x8& codec);
+
+// resetCodec, then the parameter file (none when `paramsPath` is empty), then each "KEY=VALUE"
+// override in order; the first that has problems ends in a usage Error listing them all.
+void loadRegisters(Compression1x8& codec, const std::string& paramsPath,
+                   const std::vector<std::string>& overrides);
+
+// Loads `path` into the codec through `init` over the built-in map and returns every problem,
+// each one line without the file name: the library's messages (keys absent from the file are
+// not problems; they keep their values), a missing block section, keys in the block's
+// sections that name no bound parameter (with the nearest real name), and values that are not
+// exactly the bound number of comma-separated integers.
+std::vector<std::string> loadParamFile(Compression1x8& codec, const std::string& path);
+
+// The same with nothing left out: keys absent from the file are reported as the library
+// reports them, followed by what `checkParam` finds that the load did not already say.
+std::vector<std::string> checkParamFile(Compression1x8& codec, const std::string& path);
+std::vector<std::string> readParamFile(Compression1x8& codec, const std::string& path,
+                                       bool reportAbsent);
+
+// Applies one "KEY=VALUE" override with the checks of loadParamFile; returns the problems.
+std::vector<std::string> applyOverride(Compression1x8& codec, const std::string& keyValue);
+
+// The effective register set as a parameter file: "[Enable]" and "[FBC]" sections, one
+// key=value line per parameter, arrays comma-separated. Loading it reproduces the set.
+std::string renderParams(Compression1x8& codec);
+// The same text written atomically to `path`.
+void writeParamFile(Compression1x8& codec, const std::string& path);
+
+// Problems as one error text, each line "<object>: <problem>" (the dispatcher prefixes every
+// line with the command); throws a usage Error when there is any.
+void throwProblems(const std::string& object, const std::vector<std::string>& problems);
+
+// The candidate closest to `word` by edit distance (insertions, deletions, substitutions);
+// the first of equally close ones.
+std::string nearestName(const std::string& word, const std::vector<std::string>& candidates);
+
+// A comma-separated list of integers, each decimal with an optional minus sign or "0x"
+// hexadecimal (also "0X" when `upperHex`), blanks around elements allowed. False on anything
+// else, with `error` naming the first offending element.
+bool parseIntegerList(const std::string& text, bool upperHex, std::vector<long long>& values,
+                      std::string& error);
+
+}  // namespace fbc::cli
