@@ -15,5 +15,6 @@ int runGolden(const Words& argv);
 int runDemo(const Words& argv);
 int runRoundtrip(const Words& argv);
 int runBench(const Words& argv);
+int runSelftest(const Words& argv);
 
 }  // namespace fbc::cli

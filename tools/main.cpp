@@ -25,6 +25,7 @@ const Command kCommands[] = {
     {"demo", "round-trip a built-in test chart and report modes, error and speed", runDemo},
     {"roundtrip", "the demo's report for your own raw image", runRoundtrip},
     {"bench", "time encode and decode of a 4K frame on one thread", runBench},
+    {"selftest", "compare every fast-path variant with the scalar reference", runSelftest},
 };
 
 void printUsage(std::ostream& os) {

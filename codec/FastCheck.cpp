@@ -1,0 +1,268 @@
+// Seeded comparison of every fast-path variant with the scalar reference.
+#include "codec/FastCheck.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "codec/Compression1x8.h"
+#include "codec/FastCodec.h"
+
+namespace fbc {
+
+namespace {
+
+// splitmix64: each case has its own stream, so one case replays alone from the seed.
+class Rng {
+public:
+    explicit Rng(std::uint64_t seed) : state_(seed) {}
+    std::uint64_t next() {
+        std::uint64_t z = (state_ += 0x9E3779B97F4A7C15ULL);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+        return z ^ (z >> 31);
+    }
+    int below(int n) { return static_cast<int>(next() % static_cast<std::uint64_t>(n)); }
+    int range(int lo, int hi) { return lo + below(hi - lo + 1); }
+    bool chance(int oneIn) { return below(oneIn) == 0; }
+    template <std::size_t N>
+    int pick(const int (&v)[N]) { return v[below(static_cast<int>(N))]; }
+
+private:
+    std::uint64_t state_;
+};
+
+// Every register and the software row selector, by name, for the replay line.
+std::vector<std::pair<std::string, int*>> registersOf(Compression1x8& c) {
+    std::vector<std::pair<std::string, int*>> r = {
+        {"reg_compress_edgefisrt_enable", &c.reg_compress_edgefisrt_enable},
+        {"reg_compress_edgefisrt_finalth", &c.reg_compress_edgefisrt_finalth},
+        {"reg_compress_edgemin_th", &c.reg_compress_edgemin_th},
+        {"reg_compress_edgemin_ratio", &c.reg_compress_edgemin_ratio},
+        {"reg_edge_diffmin_th", &c.reg_edge_diffmin_th},
+        {"reg_comp_enc_trun_rnd", &c.reg_comp_enc_trun_rnd},
+        {"reg_comp_de_tr_round_md", &c.reg_comp_de_tr_round_md},
+        {"reg_comp_de_tr_round_zero", &c.reg_comp_de_tr_round_zero},
+        {"reg_dpcm_swing_rounder_en", &c.reg_dpcm_swing_rounder_en},
+        {"reg_dpcm_pmin_lsb_update_en", &c.reg_dpcm_pmin_lsb_update_en},
+        {"reg_dpcm_stepsize_expansion_en", &c.reg_dpcm_stepsize_expansion_en},
+        {"reg_tr_ext_en", &c.reg_tr_ext_en},
+        {"reg_tr_ext_rb", &c.reg_tr_ext_rb},
+        {"reg_curve_mode_en", &c.reg_curve_mode_en},
+        {"SwingRowSelect", &c.SwingRowSelect},
+    };
+    const auto array = [&r](const char* name, int* v, int n) {
+        for (int i = 0; i < n; ++i) r.emplace_back(std::string(name) + "[" + std::to_string(i) + "]", v + i);
+    };
+    array("reg_mode_en", c.reg_mode_en, kModeCount);
+    array("reg_mode_definition", c.reg_mode_definition, kModeCount);
+    array("reg_comp_lut_in", c.reg_comp_lut_in, 15);
+    array("reg_comp_lut_out", c.reg_comp_lut_out, 15);
+    array("reg_comp_lut_slope", c.reg_comp_lut_slope, 16);
+    array("reg_uncomp_lut_slope", c.reg_uncomp_lut_slope, 16);
+    return r;
+}
+
+std::string registersDifferingFromDefaults(Compression1x8& c) {
+    Compression1x8 d("FBC", false);
+    d.setSWinit();
+    const auto a = registersOf(c), b = registersOf(d);
+    std::string s;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (*a[i].second == *b[i].second) continue;
+        s += (s.empty() ? "" : " ") + a[i].first + "=" + std::to_string(*a[i].second);
+    }
+    return s.empty() ? "none" : s;
+}
+
+// Register values near every boundary the data path has, defaults about half the time.
+void randomRegisters(Rng& g, Compression1x8& c) {
+    c.setSWinit();
+    c.setEnable(true);
+    const int flags[] = {0, 0, 1, 1, 2, -1};
+    const int thresholds[] = {0, 1, 8, 30, 100, 200, 2000, 4094, 4095, 4096, 1 << 20, -1};
+    const int ratios[] = {0, 1, 1, 2, 3, 7, 65536, 0x7FFFFFFF, -1, -3};
+    const auto maybe = [&g](int& reg, int value) {
+        if (g.chance(2)) reg = value;
+    };
+    maybe(c.reg_compress_edgefisrt_enable, g.pick(flags));
+    maybe(c.reg_compress_edgefisrt_finalth, g.chance(2) ? g.pick(thresholds) : g.range(0, 4095));
+    maybe(c.reg_compress_edgemin_th, g.chance(2) ? g.pick(thresholds) : g.range(0, 4095));
+    maybe(c.reg_compress_edgemin_ratio, g.chance(2) ? g.pick(ratios) : static_cast<int>(g.next()));
+    maybe(c.reg_edge_diffmin_th, g.chance(2) ? g.pick(thresholds) : g.range(0, 300));
+    maybe(c.reg_comp_enc_trun_rnd, g.pick(flags));
+    maybe(c.reg_comp_de_tr_round_md, g.pick(flags));
+    maybe(c.reg_comp_de_tr_round_zero, g.pick(flags));
+    maybe(c.reg_dpcm_swing_rounder_en, g.pick(flags));
+    maybe(c.reg_dpcm_pmin_lsb_update_en, g.pick(flags));
+    maybe(c.reg_dpcm_stepsize_expansion_en, g.range(-5, 5));
+    maybe(c.reg_tr_ext_en, g.pick(flags));
+    maybe(c.reg_tr_ext_rb, g.pick(flags));
+    c.SwingRowSelect = g.below(2);
+    if (g.chance(3)) {
+        for (int m = 0; m < kModeCount; ++m) {
+            if (g.chance(4)) c.reg_mode_en[m] = g.pick(flags);
+            if (g.chance(6)) c.reg_mode_definition[m] = g.range(-2, 12);
+        }
+    }
+    if (g.chance(8)) {
+        c.reg_curve_mode_en = g.chance(2) ? 1 : g.pick(flags);
+        if (g.chance(2)) {
+            for (int k = 0; k < 15; ++k) {
+                c.reg_comp_lut_in[k] = g.range(-100, 4200);
+                c.reg_comp_lut_out[k] = g.range(-20, 300);
+                c.reg_uncomp_lut_in[k] = c.reg_comp_lut_out[k];
+                c.reg_uncomp_lut_out[k] = c.reg_comp_lut_in[k];
+            }
+            for (int k = 0; k < 16; ++k) {
+                c.reg_comp_lut_slope[k] = g.chance(4) ? static_cast<int>(g.next()) : g.range(-5000, 5000);
+                c.reg_uncomp_lut_slope[k] = g.chance(4) ? static_cast<int>(g.next()) : g.range(-20000, 20000);
+            }
+        }
+    }
+}
+
+// One block of a shape chosen so that each mode wins somewhere, plus extremes and noise.
+void randomBlock(Rng& g, int* px) {
+    const int shape = g.below(9);
+    const int base = g.range(0, 4095);
+    for (int i = 0; i < 8; ++i) px[i] = g.range(0, 4095);
+    switch (shape) {
+        case 0: break;  // uniform noise
+        case 1: {       // ramp with a little noise: Hadamard
+            const int slope = g.range(-300, 300);
+            for (int i = 0; i < 8; ++i) px[i] = base + slope * i + g.range(-3, 3);
+            break;
+        }
+        case 2: {  // two levels: MinMax
+            const int other = g.range(0, 4095);
+            for (int i = 0; i < 8; ++i) px[i] = g.chance(2) ? base : other;
+            break;
+        }
+        case 3: {  // narrow range: DPCM at every step size
+            const int span = (64 << g.below(7)) - g.below(2);
+            for (int i = 0; i < 8; ++i) px[i] = base + g.range(0, span);
+            break;
+        }
+        case 4: {  // a close run at one end: the edge members
+            const int n = g.range(2, 7), spread = g.pick({0, 3, 7, 15, 31, 63, 127, 300});
+            const bool head = g.chance(2);
+            for (int k = 0; k < n; ++k) px[head ? k : 7 - k] = base + g.range(0, spread);
+            break;
+        }
+        case 5:  // extremes
+            for (int i = 0; i < 8; ++i) px[i] = g.chance(2) ? 0 : 4095;
+            break;
+        case 6: {  // alternating extremes or alternating pair
+            const int a = g.chance(2) ? 0 : base, b = g.chance(2) ? 4095 : g.range(0, 4095);
+            for (int i = 0; i < 8; ++i) px[i] = (i & 1) ? a : b;
+            break;
+        }
+        case 7:  // flat, maybe with one outlier
+            for (int i = 0; i < 8; ++i) px[i] = base;
+            if (g.chance(2)) px[g.below(8)] = g.range(0, 4095);
+            break;
+        default:  // values near interval edges of the truncations
+            for (int i = 0; i < 8; ++i) px[i] = (g.range(0, 4095) & ~31) + g.pick({0, 1, 7, 8, 15, 16, 17, 31});
+            break;
+    }
+    for (int i = 0; i < 8; ++i) px[i] = px[i] < 0 ? 0 : (px[i] > 4095 ? 4095 : px[i]);
+}
+
+// A code whose top byte favours every prefix and whose payload is random.
+std::uint64_t randomCode(Rng& g) {
+    const int tops[] = {0x00, 0x7F, 0xC0, 0xFF, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xAF,
+                        0xB0, 0xB7, 0xB8, 0xBB, 0xBC, 0xBD, 0xBE, 0xBF};
+    std::uint64_t c = g.next();
+    if (g.chance(2)) c = (c & 0x00FFFFFFFFFFFFFFull) | (static_cast<std::uint64_t>(g.pick(tops)) << 56);
+    if (g.chance(8)) c = g.chance(2) ? 0 : ~std::uint64_t{0};
+    return c;
+}
+
+int highestDifferingBit(std::uint64_t a, std::uint64_t b) { return 63 - __builtin_clzll(a ^ b); }
+
+std::string hex64(std::uint64_t v) {
+    char buf[24];
+    std::snprintf(buf, sizeof buf, "0x%016llx", static_cast<unsigned long long>(v));
+    return buf;
+}
+
+std::string header(const std::string& check, std::uint64_t seed, long long cs, int block) {
+    char buf[160];
+    std::snprintf(buf, sizeof buf, "%s differs from scalar: seed 0x%llx, case %lld, block %d\n", check.c_str(),
+                  static_cast<unsigned long long>(seed), cs, block);
+    return buf;
+}
+
+}  // namespace
+
+SelfTestResult runSelfTest(const SelfTestOptions& o) {
+    SelfTestResult res;
+    const auto wanted = [&o](const std::string& name) { return o.filter.empty() || name.find(o.filter) != std::string::npos; };
+    for (const CodecVariant& v : supportedVariants()) {
+        const std::string enc = std::string("encode[") + v.name + "]", dec = std::string("decode[") + v.name + "]";
+        const bool doEnc = wanted(enc), doDec = wanted(dec);
+        if (doEnc) res.checks.push_back(enc);
+        if (doDec) res.checks.push_back(dec);
+        if (!doEnc && !doDec) continue;
+        for (long long cs = 0; cs < o.count; ++cs) {
+            Rng g(o.seed ^ (0x9E3779B97F4A7C15ULL * static_cast<std::uint64_t>(cs + 1)));
+            Compression1x8 codec("FBC", false);
+            randomRegisters(g, codec);
+            const int blocks = g.range(1, 40);
+            const int width = 8 * blocks - (g.chance(4) ? g.range(1, 7) : 0);
+            const bool parity = g.chance(2);
+            std::vector<int> px(static_cast<std::size_t>(blocks) * 8, 0);
+            for (int b = 0; b < blocks; ++b) randomBlock(g, &px[8 * b]);
+            for (int i = width; i < blocks * 8; ++i) px[i] = 0;  // the driver pads a short block with zeros
+            std::vector<BlockCode> ref(blocks), got(blocks);
+            if (doEnc) {
+                for (int b = 0; b < blocks; ++b) ref[b] = codec.encodeBlock(&px[8 * b], parity);
+                FastEncoder(codec, &v).encodeRow(px.data(), width, parity, got.data());
+                for (int b = 0; b < blocks; ++b) {
+                    if (ref[b] == got[b]) continue;
+                    res.ok = false;
+                    res.report = header(enc, o.seed, cs, b) + "  pixels";
+                    for (int i = 0; i < 8; ++i) res.report += " " + std::to_string(px[8 * b + i]);
+                    res.report += std::string("; parity ") + (parity ? "1" : "0") +
+                                  "; registers differing from defaults: " + registersDifferingFromDefaults(codec) +
+                                  "\n  scalar " + hex64(ref[b]) + "  " + v.name + " " + hex64(got[b]) +
+                                  "  first differing bit " + std::to_string(highestDifferingBit(ref[b], got[b])) + "\n";
+                    return res;
+                }
+                res.blocks += blocks;
+            }
+            if (doDec) {
+                // Codes the encoder produced, and arbitrary ones.
+                std::vector<unsigned char> bytes(static_cast<std::size_t>(blocks) * 8);
+                for (int b = 0; b < blocks; ++b) {
+                    const BlockCode c = g.chance(2) ? codec.encodeBlock(&px[8 * b], parity) : randomCode(g);
+                    storeCode(c, &bytes[8 * b]);
+                }
+                std::vector<std::uint16_t> want(width), have(width);
+                for (int b = 0; b < blocks; ++b) {
+                    int out[8];
+                    codec.decodeBlock(loadCode(&bytes[8 * b]), out);
+                    for (int i = 0; i < 8 && 8 * b + i < width; ++i) want[8 * b + i] = static_cast<std::uint16_t>(out[i] << 4);
+                }
+                FastDecoder(codec, &v).decodeRow(bytes.data(), width, have.data());
+                for (int i = 0; i < width; ++i) {
+                    if (want[i] == have[i]) continue;
+                    const int b = i / 8;
+                    res.ok = false;
+                    res.report = header(dec, o.seed, cs, b) + "  code " + hex64(loadCode(&bytes[8 * b])) +
+                                 "; registers differing from defaults: " + registersDifferingFromDefaults(codec) +
+                                 "\n  scalar";
+                    for (int k = 8 * b; k < 8 * b + 8 && k < width; ++k) res.report += " " + std::to_string(want[k] >> 4);
+                    res.report += std::string("  ") + v.name;
+                    for (int k = 8 * b; k < 8 * b + 8 && k < width; ++k) res.report += " " + std::to_string(have[k] >> 4);
+                    res.report += "  first differing pixel " + std::to_string(i - 8 * b) + "\n";
+                    return res;
+                }
+                res.blocks += blocks;
+            }
+        }
+    }
+    return res;
+}
+
+}  // namespace fbc

@@ -1,0 +1,26 @@
+// The checker of the fast path: every vector variant the host runs against the scalar reference,
+// bit for bit, on seeded rows of blocks and codes under seeded register values.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace fbc {
+
+struct SelfTestOptions {
+    std::uint64_t seed = 0x5eed1234;
+    long long count = 2000;  // register sets per check; each codes a few rows
+    std::string filter;      // only checks whose name contains it ("encode", "avx2", ...)
+};
+
+struct SelfTestResult {
+    bool ok = true;
+    std::vector<std::string> checks;  // names of the checks run, e.g. "encode[avx2]"
+    long long blocks = 0;             // blocks compared
+    std::string report;               // at the first mismatch: what differs and how to replay it
+};
+
+SelfTestResult runSelfTest(const SelfTestOptions& options);
+
+}  // namespace fbc
