@@ -1,5 +1,6 @@
 #include "image/ParsePPM.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -81,8 +82,18 @@ bool readFileBytes(const std::string& path, std::size_t count, const std::string
     error = path + ": cannot open file (" + std::strerror(errno) + ")";
     return false;
   }
-  bytes.resize(count);
-  const std::size_t got = count > 0 ? std::fread(bytes.data(), 1, count, fp) : 0;
+  // The file's length is known before the buffer is sized, so a header or argument that claims
+  // a huge picture costs no memory when the file is short.
+  std::size_t got = 0;
+  long length = -1;
+  if (std::fseek(fp, 0, SEEK_END) == 0) length = std::ftell(fp);
+  std::rewind(fp);
+  if (length >= 0 && static_cast<unsigned long>(length) < count) {
+    got = static_cast<std::size_t>(length);
+  } else {
+    bytes.resize(count);
+    got = count > 0 ? std::fread(bytes.data(), 1, count, fp) : 0;
+  }
   std::fclose(fp);
   if (got < count) {
     error = path + ": size " + std::to_string(got) + " bytes, expected at least " +
@@ -225,9 +236,12 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
   const std::size_t n = static_cast<std::size_t>(image.width) * static_cast<std::size_t>(image.height) *
                         static_cast<std::size_t>(image.channels);
   const std::string sizeText = std::to_string(image.width) + "x" + std::to_string(image.height);
-  image.samples.assign(n, 0);
   const bool ascii = image.magic == "P3" || image.magic == "P2";
   if (ascii) {
+    // Samples are kept as they are read: every one takes at least two bytes of the file, so a
+    // short file never makes the array larger than the file.
+    image.samples.clear();
+    image.samples.reserve(std::min(n, (bytes.size() - cur.pos + 1) / 2));
     for (std::size_t i = 0; i < n; ++i) {
       const std::string token = cur.atEnd() ? std::string() : cur.token();
       if (token.empty()) {
@@ -245,7 +259,7 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
                 ", above the maximum value " + std::to_string(image.maxval);
         return false;
       }
-      image.samples[i] = static_cast<std::uint16_t>(v);
+      image.samples.push_back(static_cast<std::uint16_t>(v));
     }
     return true;
   }
@@ -259,6 +273,7 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
             std::to_string(need) + " bytes of samples follow";
     return false;
   }
+  image.samples.assign(n, 0);
   const unsigned char* p = bytes.data() + cur.pos;
   for (std::size_t i = 0; i < n; ++i) {
     const unsigned v = bytesPerSample == 2 ? (static_cast<unsigned>(p[2 * i]) << 8) | p[2 * i + 1] : p[i];
