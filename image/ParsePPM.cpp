@@ -329,9 +329,17 @@ void ParsePPMFile_all(const char* name, unsigned int& width, unsigned int& heigh
   } else if (magic == "P6") {
     // Two bytes per sample only above 256: a maximum of exactly 256 still reads single bytes.
     const std::size_t bytesPerSample = maximum > 256 ? 2 : 1;
-    std::vector<unsigned char> bytes(count * bytesPerSample, 0);
+    // The body as far as the file holds it, zero-padded to a whole sample; the samples past it
+    // stay 0, and a header claiming more than the file holds costs no second buffer.
+    const std::streamoff start = in.tellg();
+    in.seekg(0, std::ios::end);
+    const std::streamoff stop = in.tellg();
+    in.seekg(start);
+    const std::size_t avail = start >= 0 && stop > start ? static_cast<std::size_t>(stop - start) : 0;
+    const std::size_t present = std::min(count, (avail + bytesPerSample - 1) / bytesPerSample);
+    std::vector<unsigned char> bytes(present * bytesPerSample, 0);
     in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < present; ++i) {
       const unsigned v = bytesPerSample == 2
                              ? (static_cast<unsigned>(bytes[2 * i]) << 8) | bytes[2 * i + 1]
                              : bytes[i];
