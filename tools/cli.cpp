@@ -50,7 +50,13 @@ int frameIndexOption(const Args& args) {
 const std::string& Args::value(const std::string& name) const {
   const auto it = values_.find(name);
   if (it == values_.end()) usageError("missing required option --" + name);
-  return it->second;
+  return it->second.front();
+}
+
+const std::vector<std::string>& Args::values(const std::string& name) const {
+  static const std::vector<std::string> kNone;
+  const auto it = values_.find(name);
+  return it == values_.end() ? kNone : it->second;
 }
 
 long long Args::integer(const std::string& name, long long lo, long long hi,
@@ -101,15 +107,16 @@ bool parseArgs(const CommandSpec& spec, const std::vector<std::string>& argv, Ar
     if (opt == nullptr) {
       usageError("unknown option '--" + name + "' (try 'fbc " + spec.name + " --help')");
     }
-    if (args.has(name)) usageError("option --" + name + " given twice");
+    if (args.has(name) && !opt->repeatable) usageError("option --" + name + " given twice");
+    std::vector<std::string>& slot = args.values_[name];
     if (opt->valueName == nullptr) {
       if (eq != std::string::npos) usageError("option --" + name + " takes no value");
-      args.values_[name] = "";
+      slot.emplace_back();
     } else if (eq != std::string::npos) {
-      args.values_[name] = word.substr(eq + 1);
+      slot.push_back(word.substr(eq + 1));
     } else {
       if (i + 1 >= argv.size()) usageError("option --" + name + " needs a value");
-      args.values_[name] = argv[++i];
+      slot.push_back(argv[++i]);
     }
   }
   const int n = static_cast<int>(args.positional_.size());
@@ -132,6 +139,7 @@ void printHelp(const CommandSpec& spec) {
   for (const OptionSpec& o : spec.options) {
     std::string left = std::string("--") + o.name;
     if (o.valueName != nullptr) left += std::string(" ") + o.valueName;
+    if (o.repeatable) left += " ...";
     std::cout << "  " << left;
     for (std::size_t pad = left.size(); pad < 18; ++pad) std::cout << ' ';
     std::cout << ' ' << o.help << '\n';
@@ -200,6 +208,20 @@ void writeFileAtomic(const std::string& path, const void* data, std::size_t size
   }
 }
 
+ScratchDir::ScratchDir(const std::string& parent) {
+  const std::string base = parent.empty() ? std::filesystem::temp_directory_path().string() : parent;
+  std::string pattern = base + "/.fbc-XXXXXX";
+  if (::mkdtemp(pattern.data()) == nullptr) {
+    failure(base + ": cannot create files there: " + systemError());
+  }
+  path_ = pattern;
+}
+
+ScratchDir::~ScratchDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
 void ensureDirectory(const std::string& dir) {
   std::error_code ec;
   std::filesystem::create_directories(dir, ec);
@@ -232,11 +254,6 @@ Frame compressImage(Compression1x8& codec, const Frame& image, int cfa, int fram
   codec.allocateCompressedFrame(image.width, image.height, compressed);
   codec.CompressFrame(image, compressed, cfa, frameIndex);
   return compressed;
-}
-
-void configureCodec(Compression1x8& codec, const Args&) {
-  codec.setSWinit();
-  codec.setEnable(true);
 }
 
 }  // namespace fbc::cli

@@ -39,6 +39,7 @@ struct OptionSpec {
   const char* name;       // without the leading "--"
   const char* valueName;  // e.g. "W", shown in the help
   const char* help;
+  bool repeatable = false;  // may be given several times; Args::values lists them in order
 };
 
 struct CommandSpec {
@@ -55,6 +56,8 @@ class Args {
  public:
   bool has(const std::string& name) const { return values_.count(name) != 0; }
   const std::string& value(const std::string& name) const;
+  // Every value of a repeatable option in command-line order; empty when absent.
+  const std::vector<std::string>& values(const std::string& name) const;
   const std::vector<std::string>& positional() const { return positional_; }
 
   // An integer option in [lo, hi]; `fallback` when absent.
@@ -64,7 +67,7 @@ class Args {
 
  private:
   friend bool parseArgs(const CommandSpec&, const std::vector<std::string>&, Args&);
-  std::map<std::string, std::string> values_;
+  std::map<std::string, std::vector<std::string>> values_;
   std::vector<std::string> positional_;
 };
 
@@ -115,6 +118,22 @@ inline void writeFileAtomic(const std::string& path, const std::string& bytes) {
 // Creates `dir` and its parents when missing.
 void ensureDirectory(const std::string& dir);
 
+// A private directory inside `parent` (the system's temporary directory when empty), removed
+// with everything in it when the object goes. Files made there are renamed into place only
+// once complete.
+class ScratchDir {
+ public:
+  explicit ScratchDir(const std::string& parent = "");
+  ~ScratchDir();
+  ScratchDir(const ScratchDir&) = delete;
+  ScratchDir& operator=(const ScratchDir&) = delete;
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
 // The one reader of input images. Today: `.raw`, width x height little-endian 16-bit samples,
 // row-major, each 0..4095. Returns a 12-bit CS_RAW frame.
 Frame readInputImage(const std::string& path, int width, int height);
@@ -123,7 +142,13 @@ Frame readInputImage(const std::string& path, int width, int height);
 // rounded up to 8, one block-code byte per sample.
 Frame compressImage(Compression1x8& codec, const Frame& image, int cfa, int frameIndex);
 
-// Registers of the codec for every subcommand: the block's software defaults, block enabled.
+// --params FILE.ini and the repeatable --set KEY=VALUE of every command that codes.
+extern const OptionSpec kOptParams;
+extern const OptionSpec kOptSet;
+
+// Registers of the codec for every subcommand: the block's software defaults with the block
+// enabled, then the parameter file of --params, then each --set in order. Any problem of the
+// file or an override is a usage Error listing every message (tools/codec_config.cpp).
 void configureCodec(Compression1x8& codec, const Args& args);
 
 }  // namespace fbc::cli

@@ -12,9 +12,9 @@ const CommandSpec kSpec{
     "decode",
     "--width W --height H IN.bin OUT.raw",
     "Decompresses IN.bin (H rows of ((W + 7) & ~7) bytes of block codes, as written by\n"
-    "'fbc encode') with the registers at their defaults. OUT.raw holds W x H little-endian\n"
-    "16-bit values, each the decoded 12-bit value times 16.",
-    {kOptWidth, kOptHeight},
+    "'fbc encode') with the registers at their defaults, or as --params and --set give them.\n"
+    "OUT.raw holds W x H little-endian 16-bit values, each the decoded 12-bit value times 16.",
+    {kOptWidth, kOptHeight, kOptParams, kOptSet},
     2,
     2};
 

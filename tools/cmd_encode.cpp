@@ -12,10 +12,10 @@ const CommandSpec kSpec{
     "encode",
     "--width W --height H [--cfa N] [--frame-index N] IN.raw OUT.bin",
     "Compresses IN.raw (W x H little-endian 16-bit samples, row-major, each 0..4095) with the\n"
-    "registers at their defaults. OUT.bin is the compressed frame without header: H rows of\n"
-    "((W + 7) & ~7) bytes, eight bytes per block of eight pixels, each block's 64-bit code\n"
-    "stored little-endian.",
-    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex},
+    "registers at their defaults, or as --params and --set give them. OUT.bin is the\n"
+    "compressed frame without header: H rows of ((W + 7) & ~7) bytes, eight bytes per block\n"
+    "of eight pixels, each block's 64-bit code stored little-endian.",
+    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex, kOptParams, kOptSet},
     2,
     2};
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
 #include <string>
 #include <system_error>
 
@@ -25,33 +26,12 @@ const CommandSpec kSpec{
     "golden-dump level 1 and writes the five golden reference files of the frame into DIR\n"
     "(created if missing), e.g. for frame 7: fbc_golden_ref_com_input_0007.txt,\n"
     "fbc_com_input_0007.raw, fbc_golden_ref_com_0007.txt, fbc_golden_ref_dec_input_0007.txt\n"
-    "and fbc_golden_ref_dec_0007.txt.",
-    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex, {"outdir", "DIR", "directory for the golden files"}},
+    "and fbc_golden_ref_dec_0007.txt. Registers as in 'fbc encode'; a parameter file that\n"
+    "disables the block (reg_fbc_en=0) writes no golden files.",
+    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex, {"outdir", "DIR", "directory for the golden files"},
+     kOptParams, kOptSet},
     1,
     1};
-
-// The block writes its files straight into its output directory; that directory is a private
-// one inside DIR, removed again whatever happens, so DIR only ever receives complete files.
-class ScratchDir {
- public:
-  explicit ScratchDir(const fs::path& parent) {
-    std::string pattern = (parent / ".fbc-golden-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-      failure(parent.string() + ": cannot create files there: " + std::strerror(errno));
-    }
-    path_ = pattern;
-  }
-  ~ScratchDir() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  ScratchDir(const ScratchDir&) = delete;
-  ScratchDir& operator=(const ScratchDir&) = delete;
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
 
 }  // namespace
 
@@ -66,13 +46,22 @@ int runGolden(const Words& argv) {
   if (dir.empty()) usageError("--outdir: empty directory name");
   const Frame image = readInputImage(args.positional()[0], size.width, size.height);
 
-  ensureDirectory(dir.string());
-  const ScratchDir scratch(dir);
 
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
+  ensureDirectory(dir.string());
+  if (codec.Enable == 0) {
+    // A disabled block passes the frame through untouched: there is nothing to check a
+    // hardware implementation against, so no golden file is written.
+    std::cout << "block disabled (" << codec.getEnableKey() << "=0): no golden files written\n";
+    return kExitOk;
+  }
+  // The block writes its files straight into its output directory; that directory is a private
+  // one inside DIR, removed again whatever happens, so DIR only ever receives complete files.
+  const ScratchDir scratchDir(dir.string());
+  const fs::path scratch = scratchDir.path();
   codec.m_dumpLevel = 1;
-  codec.m_outputDir = scratch.path().string();
+  codec.m_outputDir = scratch.string();
   Frame decoded(size.width, size.height, Frame::CS_RAW, 16);
   codec.compressDecompressFrame(image, decoded, cfa, frameIndex);
 
@@ -84,11 +73,11 @@ int runGolden(const Words& argv) {
       stem + "_golden_ref_com_" + index + ".txt", stem + "_golden_ref_dec_input_" + index + ".txt",
       stem + "_golden_ref_dec_" + index + ".txt"};
   for (const std::string& name : names) {
-    if (!fs::is_regular_file(scratch.path() / name)) failure((dir / name).string() + ": not written");
+    if (!fs::is_regular_file(scratch / name)) failure((dir / name).string() + ": not written");
   }
   std::error_code ec;
   for (const std::string& name : names) {
-    fs::rename(scratch.path() / name, dir / name, ec);
+    fs::rename(scratch / name, dir / name, ec);
     if (ec) failure((dir / name).string() + ": cannot write: " + ec.message());
   }
   return kExitOk;

@@ -15,10 +15,10 @@ const CommandSpec kSpec{
     "roundtrip",
     "--width W --height H [--cfa N] IN.raw [--out DIR]",
     "Compresses and decompresses IN.raw (W x H little-endian 16-bit samples, each 0..4095)\n"
-    "with the registers at their defaults and reports the blocks per mode, the PSNR, the\n"
-    "largest error and the throughput. With --out, also writes the input (input.pgm), the\n"
-    "decoded image (decoded.pgm) and a mode map (modes.ppm) into DIR.",
-    {kOptWidth, kOptHeight, kOptCfa, {"out", "DIR", "directory for the pictures"}},
+    "with the registers at their defaults (or as --params and --set give them) and reports the\n"
+    "blocks per mode, the PSNR, the largest error and the throughput. With --out, also writes\n"
+    "the input (input.pgm), the decoded image (decoded.pgm) and a mode map (modes.ppm) into DIR.",
+    {kOptWidth, kOptHeight, kOptCfa, {"out", "DIR", "directory for the pictures"}, kOptParams, kOptSet},
     1,
     1};
 

@@ -16,5 +16,8 @@ int runDemo(const Words& argv);
 int runRoundtrip(const Words& argv);
 int runBench(const Words& argv);
 int runSelftest(const Words& argv);
+int runParams(const Words& argv);
+int runRegs(const Words& argv);
+int runRandom(const Words& argv);
 
 }  // namespace fbc::cli

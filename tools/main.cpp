@@ -1,4 +1,5 @@
 // fbc: the command-line front end of the frame-buffer codec model.
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <new>
@@ -26,6 +27,9 @@ const Command kCommands[] = {
     {"roundtrip", "the demo's report for your own raw image", runRoundtrip},
     {"bench", "time encode and decode of a 4K frame on one thread", runBench},
     {"selftest", "compare every fast-path variant with the scalar reference", runSelftest},
+    {"params", "show, write, check or draw parameter files of the block", runParams},
+    {"regs", "the register address/value list of a parameter file", runRegs},
+    {"random", "generate random regression tests: parameters, input and golden files", runRandom},
 };
 
 void printUsage(std::ostream& os) {
@@ -60,7 +64,13 @@ int main(int argc, char** argv) {
     try {
       return c.run(words);
     } catch (const Error& e) {
-      std::cerr << "fbc " << c.name << ": " << e.what() << '\n';
+      // An error may list several problems, one per line; each line names the command.
+      const std::string message = e.what();
+      for (std::size_t begin = 0; begin <= message.size();) {
+        const std::size_t end = std::min(message.find('\n', begin), message.size());
+        std::cerr << "fbc " << c.name << ": " << message.substr(begin, end - begin) << '\n';
+        begin = end + 1;
+      }
       return e.status();
     } catch (const std::bad_alloc&) {
       std::cerr << "fbc " << c.name << ": out of memory\n";

@@ -1,0 +1,334 @@
+// Parameter files in the fbc tool: checked loading, --set overrides, params show/defaults/check/
+// random and the register list of regs.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/tools/RunFbc.h"
+
+namespace {
+
+using fbc::test::listTree;
+using fbc::test::Outcome;
+using fbc::test::readBytes;
+using fbc::test::runFbc;
+using fbc::test::TempDir;
+using fbc::test::writeBytes;
+
+// Every parameter at the default of the register map, in binding order; the curve keys appear
+// once although each is bound twice.
+const char kDefaults[] =
+    "[Enable]\n"
+    "reg_fbc_en=1\n"
+    "[FBC]\n"
+    "reg_compress_edgefisrt_enable=1\n"
+    "reg_compress_edgefisrt_finalth=2000\n"
+    "reg_compress_edgemin_th=2000\n"
+    "reg_compress_edgemin_ratio=1\n"
+    "reg_edge_diffmin_th=200\n"
+    "reg_comp_enc_trun_rnd=0\n"
+    "reg_comp_de_tr_round_md=0\n"
+    "reg_comp_de_tr_round_zero=0\n"
+    "reg_dpcm_swing_rounder_en=0\n"
+    "reg_dpcm_pmin_lsb_update_en=0\n"
+    "reg_dpcm_stepsize_expansion_en=0\n"
+    "reg_tr_ext_en=0\n"
+    "reg_tr_ext_rb=0\n"
+    "reg_mode_en=1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1\n"
+    "reg_mode_definition=0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10\n"
+    "reg_curve_mode_en=0\n"
+    "reg_comp_lut_in=32, 512, 2048, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095\n"
+    "reg_comp_lut_out=32, 128, 220, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255\n"
+    "reg_comp_lut_slope=4096, 819, 245, 70, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0\n"
+    "reg_uncomp_lut_slope=256, 1280, 4274, 14973, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0\n"
+    "sw_dpcm_swing_en=0\n";
+
+// 16x2 little-endian samples 0..4095 with edges, ramps and flat runs.
+std::string sampleImage() {
+  std::string s;
+  for (int i = 0; i < 32; ++i) {
+    const int v = (i * 977 + (i / 5) * 1500) % 4096;
+    s += static_cast<char>(v & 0xFF);
+    s += static_cast<char>(v >> 8);
+  }
+  return s;
+}
+
+struct BadFile {
+  const char* name;
+  const char* args;  // run in a directory holding p.ini (the text below) and in.raw (8x1)
+  const char* text;
+  const char* err;  // the whole of standard error
+};
+
+class BadParams : public ::testing::TestWithParam<BadFile> {};
+
+TEST_P(BadParams, ExitTwoListingEveryProblemAndWriteNothing) {
+  const TempDir dir;
+  writeBytes(dir.file("p.ini"), GetParam().text);
+  writeBytes(dir.file("in.raw"), std::string(16, '\0'));
+  const Outcome r = runFbc(dir, GetParam().args);
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, GetParam().err);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(listTree(dir.path()), (std::set<std::string>{"p.ini", "in.raw"}));
+}
+
+const char kEncode[] = "encode --width 8 --height 1 --params p.ini in.raw out.bin";
+
+const BadFile kBadFiles[] = {
+    {"OutOfRange", kEncode, "[FBC]\nreg_tr_ext_en=5\n",
+     "fbc encode: p.ini: Parameter \"FBC/reg_tr_ext_en\" is out of range! 5 is not in [0, 1]!\n"},
+    {"NegativeOutOfRange", kEncode, "[FBC]\nreg_edge_diffmin_th=-1\n",
+     "fbc encode: p.ini: Parameter \"FBC/reg_edge_diffmin_th\" is out of range! -1 is not in [0, 4095]!\n"},
+    {"ArrayElementOutOfRange", kEncode, "[FBC]\nreg_mode_definition=0,1,2,3,4,5,6,7,8,9,16\n",
+     "fbc encode: p.ini: Parameter \"FBC/reg_mode_definition\" is out of range! 16 is not in [0, 15]!\n"},
+    {"ShortArray", kEncode, "[FBC]\nreg_mode_en=1,1,1\n",
+     "fbc encode: p.ini: Failed to get parameter \"FBC/reg_mode_en\"! (Array length mismatch ?)\n"},
+    // reg_comp_lut_in is bound to both curves; the problem is still listed once.
+    {"ShortCurveArray", kEncode, "[FBC]\nreg_comp_lut_in=1,2\n",
+     "fbc encode: p.ini: Failed to get parameter \"FBC/reg_comp_lut_in\"! (Array length mismatch ?)\n"},
+    {"LongArray", kEncode, "[FBC]\nreg_mode_en=1,1,1,1,1,1,1,1,1,1,1,1\n",
+     "fbc encode: p.ini: parameter \"FBC/reg_mode_en\" has 12 values, expected 11\n"},
+    {"ScalarGivenTwoValues", kEncode, "[FBC]\nreg_tr_ext_rb=1,0\n",
+     "fbc encode: p.ini: parameter \"FBC/reg_tr_ext_rb\" has 2 values, expected 1\n"},
+    {"NotAnInteger", kEncode, "[FBC]\nreg_edge_diffmin_th=12abc\n",
+     "fbc encode: p.ini: parameter \"FBC/reg_edge_diffmin_th\": '12abc' is not an integer\n"},
+    {"UpperCaseHexInArray", kEncode, "[FBC]\nreg_mode_en=1,1,1,1,1,1,1,1,1,1,0X1\n",
+     "fbc encode: p.ini: parameter \"FBC/reg_mode_en\": '0X1' is not an integer\n"},
+    {"MissingSection", kEncode, "[fbc]\nreg_tr_ext_en=1\n", "fbc encode: p.ini: no section [FBC] for the block\n"},
+    {"EmptyFile", kEncode, "", "fbc encode: p.ini: no section [FBC] for the block\n"},
+    {"MisspeltKey", kEncode, "[FBC]\nreg_tr_ext_enn=1\n",
+     "fbc encode: p.ini: unknown parameter \"FBC/reg_tr_ext_enn\" (nearest name: reg_tr_ext_en)\n"},
+    {"KeyInWrongCase", kEncode, "[FBC]\nREG_TR_EXT_EN=1\n",
+     "fbc encode: p.ini: unknown parameter \"FBC/REG_TR_EXT_EN\" (nearest name: reg_tr_ext_en)\n"},
+    {"MisspeltEnableKey", kEncode, "[Enable]\nreg_fcb_en=1\n[FBC]\n",
+     "fbc encode: p.ini: unknown parameter \"Enable/reg_fcb_en\" (nearest name: reg_fbc_en)\n"},
+    {"SeveralProblems", kEncode, "[FBC]\nreg_curve_mode_en=2\nreg_mode_en=1\nreg_modedefinition=0\n",
+     "fbc encode: p.ini: Failed to get parameter \"FBC/reg_mode_en\"! (Array length mismatch ?)\n"
+     "fbc encode: p.ini: Parameter \"FBC/reg_curve_mode_en\" is out of range! 2 is not in [0, 1]!\n"
+     "fbc encode: p.ini: unknown parameter \"FBC/reg_modedefinition\" (nearest name: reg_mode_definition)\n"},
+    {"MissingFile", "encode --width 8 --height 1 --params none.ini in.raw out.bin", "",
+     "fbc encode: none.ini: cannot open: No such file or directory\n"},
+    {"Decode", "decode --width 8 --height 2 --params p.ini in.raw out.raw", "[FBC]\nreg_tr_ext_en=2\n",
+     "fbc decode: p.ini: Parameter \"FBC/reg_tr_ext_en\" is out of range! 2 is not in [0, 1]!\n"},
+    {"Golden", "golden --width 8 --height 1 --frame-index 0 --outdir g --params p.ini in.raw",
+     "[FBC]\nreg_tr_ext_en=2\n",
+     "fbc golden: p.ini: Parameter \"FBC/reg_tr_ext_en\" is out of range! 2 is not in [0, 1]!\n"},
+    {"Roundtrip", "roundtrip --width 8 --height 1 --params p.ini in.raw", "[FBC]\nreg_tr_ext_en=2\n",
+     "fbc roundtrip: p.ini: Parameter \"FBC/reg_tr_ext_en\" is out of range! 2 is not in [0, 1]!\n"},
+    {"Regs", "regs p.ini", "[FBC]\nreg_tr_ext_en=2\n",
+     "fbc regs: p.ini: Parameter \"FBC/reg_tr_ext_en\" is out of range! 2 is not in [0, 1]!\n"},
+    // The overrides run through the same checks, after a file without problems.
+    {"SetOutOfRange", "encode --width 8 --height 1 --params p.ini --set reg_tr_ext_en=2 in.raw out.bin",
+     "[FBC]\nreg_tr_ext_en=1\n",
+     "fbc encode: --set reg_tr_ext_en=2: Parameter \"FBC/reg_tr_ext_en\" is out of range! 2 is not in [0, 1]!\n"},
+    {"SetUnknownKey", "encode --width 8 --height 1 --set reg_mod_en=1 in.raw out.bin", "",
+     "fbc encode: --set reg_mod_en=1: unknown parameter \"reg_mod_en\" (nearest name: reg_mode_en)\n"},
+    {"SetShortArray", "encode --width 8 --height 1 --set reg_mode_en=1,1 in.raw out.bin", "",
+     "fbc encode: --set reg_mode_en=1,1: Failed to get parameter \"FBC/reg_mode_en\"! (Array length mismatch ?)\n"},
+    {"SetLongArray", "encode --width 8 --height 1 --set reg_comp_lut_slope=0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0 in.raw out.bin",
+     "", "fbc encode: --set reg_comp_lut_slope=0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0: parameter \"FBC/reg_comp_lut_slope\" "
+         "has 17 values, expected 16\n"},
+    {"SetEmptyValue", "encode --width 8 --height 1 --set reg_tr_ext_en= in.raw out.bin", "",
+     "fbc encode: --set reg_tr_ext_en=: parameter \"FBC/reg_tr_ext_en\": empty value\n"},
+    {"SetWithoutEquals", "encode --width 8 --height 1 --set reg_tr_ext_en in.raw out.bin", "",
+     "fbc encode: --set reg_tr_ext_en: expected KEY=VALUE\n"},
+    {"SetCommentCharacter", "encode --width 8 --height 1 --set 'reg_tr_ext_en=1;0' in.raw out.bin", "",
+     "fbc encode: --set reg_tr_ext_en=1;0: parameter \"FBC/reg_tr_ext_en\": '1;0' is not an integer\n"},
+};
+INSTANTIATE_TEST_SUITE_P(Fbc, BadParams, ::testing::ValuesIn(kBadFiles),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST(Params, DefaultsWritesEveryParameterAndNothingElse) {
+  const TempDir dir;
+  const Outcome r = runFbc(dir, "params defaults d.ini");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(readBytes(dir.file("d.ini")), kDefaults);
+  EXPECT_EQ(listTree(dir.path()), (std::set<std::string>{"d.ini"}));  // no temporary, no "~" file
+}
+
+TEST(Params, ShowWithoutArgumentsPrintsTheDefaults) {
+  const TempDir dir;
+  const Outcome r = runFbc(dir, "params show");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, kDefaults);
+}
+
+TEST(Params, ShowAppliesTheFileThenEachSetInOrder) {
+  const TempDir dir;
+  writeBytes(dir.file("p.ini"), "; a comment\n[FBC]\nreg_tr_ext_en=1\nreg_edge_diffmin_th = 0x20 ; hex\n");
+  const Outcome r = runFbc(dir,
+                           "params show --params p.ini --set reg_tr_ext_en=0 --set reg_tr_ext_rb=1 "
+                           "--set reg_mode_en=1,1,0,1,1,1,1,1,1,1,1 --set reg_tr_ext_en=1 --set reg_fbc_en=0");
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::string expected = kDefaults;
+  const auto replace = [&](const std::string& from, const std::string& to) {
+    expected.replace(expected.find(from), from.size(), to);
+  };
+  replace("reg_fbc_en=1", "reg_fbc_en=0");
+  replace("reg_edge_diffmin_th=200", "reg_edge_diffmin_th=32");
+  replace("reg_tr_ext_en=0", "reg_tr_ext_en=1");
+  replace("reg_tr_ext_rb=0", "reg_tr_ext_rb=1");
+  replace("reg_mode_en=1, 1, 1,", "reg_mode_en=1, 1, 0,");
+  EXPECT_EQ(r.out, expected);
+}
+
+// What show prints, passed back as --params, gives the same registers and the same coding.
+TEST(Params, ShowOutputReproducesTheRun) {
+  const TempDir dir;
+  writeBytes(dir.file("in.raw"), sampleImage());
+  writeBytes(dir.file("p.ini"), "[FBC]\nreg_mode_en=1,1,1,1,0,1,1,1,1,1,1\nreg_comp_lut_in=100,200,300,400,4095,4095,4095,4095,4095,4095,4095,4095,4095,4095,4095\n");
+  const std::string settings =
+      "--params p.ini --set reg_tr_ext_en=1 --set reg_comp_enc_trun_rnd=1 --set reg_edge_diffmin_th=50";
+  Outcome r = runFbc(dir, "params show " + settings);
+  ASSERT_EQ(r.status, 0) << r.err;
+  writeBytes(dir.file("shown.ini"), r.out);
+
+  r = runFbc(dir, "params show --params shown.ini");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, readBytes(dir.file("shown.ini")));
+  r = runFbc(dir, "params check shown.ini");
+  EXPECT_EQ(r.status, 0) << r.err;
+
+  ASSERT_EQ(runFbc(dir, "encode --width 16 --height 2 " + settings + " in.raw a.bin").status, 0);
+  ASSERT_EQ(runFbc(dir, "encode --width 16 --height 2 --params shown.ini in.raw b.bin").status, 0);
+  ASSERT_EQ(runFbc(dir, "encode --width 16 --height 2 in.raw c.bin").status, 0);
+  EXPECT_EQ(readBytes(dir.file("a.bin")), readBytes(dir.file("b.bin")));
+  EXPECT_EQ(readBytes(dir.file("a.bin")).size(), 32u);
+  ASSERT_EQ(runFbc(dir, "regs " + settings.substr(9)).status, 0);  // "p.ini --set ..."
+  EXPECT_EQ(runFbc(dir, "regs " + settings.substr(9)).out, runFbc(dir, "regs shown.ini").out);
+}
+
+TEST(Params, ShippedSampleFileLoads) {
+  const TempDir dir;
+  const Outcome r = runFbc(dir, "params show --params '" FBC_SOURCE_DIR "/data/sample_params.ini'");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("\nreg_mode_en=1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0\n"), std::string::npos);
+}
+
+TEST(Params, AbsentKeysKeepTheirDefaultsSilently) {
+  const TempDir dir;
+  writeBytes(dir.file("p.ini"), "[FBC]\nreg_tr_ext_en=1\n");
+  const Outcome r = runFbc(dir, "params show --params p.ini");
+  ASSERT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "");
+  std::string expected = kDefaults;
+  expected.replace(expected.find("reg_tr_ext_en=0"), 15, "reg_tr_ext_en=1");
+  EXPECT_EQ(r.out, expected);
+}
+
+// The map's registers for the defaults, worked out from data/fbc_registers.txt:
+//   0x0000 reg_fbc_en 1; 0x0001 bits 1:0 edge-first enable 1, other switches 0
+//   0x0002/3 2000 = 0x07d0; 0x0004 ratio 1; 0x0005 200 = 0x00c8
+//   0x0006 eleven 1-bit mode enables = 0x07ff; 0x0007.. 4-bit definitions 0..10, four per register:
+//     0x3210, 0x7654, then 10, 9, 8 = 0x0a98
+//   0x0010.. one 12-bit curve input per register: 32 = 0x0020 ... 4095 = 0x0fff
+//   0x0020.. two 8-bit outputs per register: 32 | 128 << 8 = 0x8020, 220 | 255 << 8 = 0xffdc,
+//     ..., 0x0027 element 14 alone = 0x00ff
+//   0x0030.. slopes 4096 = 0x1000, 819 = 0x0333, 245 = 0x00f5, 70 = 0x0046, 0; 0x0040.. 256 = 0x0100,
+//     1280 = 0x0500, 4274 = 0x10b2, 14973 = 0x3a7d, 0
+//   65 registers: 0x0000..0x0009, 15 inputs, 8 output pairs, 16 + 16 slopes
+TEST(Regs, DefaultRegisterList) {
+  const TempDir dir;
+  writeBytes(dir.file("d.ini"), kDefaults);
+  const Outcome r = runFbc(dir, "regs d.ini");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.substr(0, 14 * 10),
+            "0x0000 0x0001\n0x0001 0x0001\n0x0002 0x07d0\n0x0003 0x07d0\n0x0004 0x0001\n"
+            "0x0005 0x00c8\n0x0006 0x07ff\n0x0007 0x3210\n0x0008 0x7654\n0x0009 0x0a98\n");
+  for (const char* line : {"\n0x0010 0x0020\n0x0011 0x0200\n0x0012 0x0800\n0x0013 0x0fff\n", "\n0x001e 0x0fff\n",
+                           "\n0x0020 0x8020\n0x0021 0xffdc\n0x0022 0xffff\n", "\n0x0027 0x00ff\n",
+                           "\n0x0030 0x1000\n0x0031 0x0333\n0x0032 0x00f5\n0x0033 0x0046\n0x0034 0x0000\n",
+                           "\n0x0040 0x0100\n0x0041 0x0500\n0x0042 0x10b2\n0x0043 0x3a7d\n0x0044 0x0000\n"}) {
+    EXPECT_NE(r.out.find(line), std::string::npos) << line;
+  }
+  EXPECT_EQ(r.out.size(), 65u * 14);
+  EXPECT_EQ(r.out.substr(r.out.size() - 14), "0x004f 0x0000\n");
+}
+
+// Overrides land in their fields: reg_tr_ext_en is bit 9 of 0x0001 (0x0201 with the edge-first
+// enable 1); a slope of -1 fills its 16-bit register; mode definition 10 of 15 is bits 11:8 of
+// 0x0009 (0x0f98); the file's reg_tr_ext_rb=1 is bit 10 and survives the later --set.
+TEST(Regs, OverridesComposeIntoTheirFields) {
+  const TempDir dir;
+  writeBytes(dir.file("p.ini"), "[FBC]\nreg_tr_ext_rb=1\n");
+  const Outcome r = runFbc(dir,
+                           "regs p.ini --set reg_tr_ext_en=1 --set reg_comp_lut_slope=-1,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0 "
+                           "--set reg_mode_definition=0,1,2,3,4,5,6,7,8,9,15");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("0x0001 0x0601\n"), std::string::npos);
+  EXPECT_NE(r.out.find("0x0009 0x0f98\n"), std::string::npos);
+  EXPECT_NE(r.out.find("0x0030 0xffff\n0x0031 0x0000\n"), std::string::npos);
+}
+
+TEST(ParamsCheck, CleanFileExitsZero) {
+  const TempDir dir;
+  writeBytes(dir.file("d.ini"), kDefaults);
+  const Outcome r = runFbc(dir, "params check d.ini");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "d.ini: no problems\n");
+  EXPECT_EQ(r.err, "");
+}
+
+// Check reports absent keys too; the out-of-range value that both load and check find is listed
+// once, in the load's place.
+TEST(ParamsCheck, ListsEveryMessage) {
+  const TempDir dir;
+  std::string text = kDefaults;
+  text.replace(text.find("reg_tr_ext_en=0\n"), 16, "reg_tr_ext_en=3\n");
+  text.erase(text.find("sw_dpcm_swing_en=0\n"));
+  text.replace(text.find("reg_fbc_en=1\n"), 13, "");
+  writeBytes(dir.file("p.ini"), text + "reg_tr_ext_enx=1\n");
+  const Outcome r = runFbc(dir, "params check p.ini");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err,
+            "fbc params: p.ini: Cannot find parameter name \"Enable/reg_fbc_en\" in the INI file!\n"
+            "fbc params: p.ini: Parameter \"FBC/reg_tr_ext_en\" is out of range! 3 is not in [0, 1]!\n"
+            "fbc params: p.ini: Cannot find parameter name \"FBC/sw_dpcm_swing_en\" in the INI file!\n"
+            "fbc params: p.ini: unknown parameter \"FBC/reg_tr_ext_enx\" (nearest name: reg_tr_ext_en)\n");
+}
+
+TEST(ParamsRandom, SameSeedSameFileAndTheFileIsClean) {
+  const TempDir dir;
+  Outcome r = runFbc(dir, "params random --seed 12345 a.ini");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "seed 12345\n");
+  ASSERT_EQ(runFbc(dir, "params random --seed=12345 b.ini").status, 0);
+  ASSERT_EQ(runFbc(dir, "params random --seed 12346 c.ini").status, 0);
+  ASSERT_EQ(runFbc(dir, "params random --seed 12345 --random-range d.ini").status, 0);
+  const std::string a = readBytes(dir.file("a.ini"));
+  EXPECT_EQ(a, readBytes(dir.file("b.ini")));
+  EXPECT_NE(a, readBytes(dir.file("c.ini")));
+  EXPECT_NE(a, readBytes(dir.file("d.ini")));
+  EXPECT_NE(a.find("\nsw_dpcm_swing_en=0\n"), std::string::npos);  // the block's own rule
+  for (const char* f : {"a.ini", "c.ini", "d.ini"}) {
+    r = runFbc(dir, std::string("params check ") + f);
+    EXPECT_EQ(r.status, 0) << f << ": " << r.err;
+  }
+  EXPECT_EQ(listTree(dir.path()), (std::set<std::string>{"a.ini", "b.ini", "c.ini", "d.ini"}));
+}
+
+TEST(Params, UsageErrors) {
+  const TempDir dir;
+  Outcome r = runFbc(dir, "params");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "fbc params: missing verb (try 'fbc params --help')\n");
+  r = runFbc(dir, "params list");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "fbc params: unknown verb 'list' (try 'fbc params --help')\n");
+  r = runFbc(dir, "params random out.ini");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "fbc params: missing required option --seed\n");
+  for (const char* help : {"params --help", "params show --help", "params check --help", "regs --help"}) {
+    r = runFbc(dir, help);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out.rfind("usage: fbc ", 0), 0u) << help;
+  }
+}
+
+}  // namespace
