@@ -13,6 +13,7 @@
 
 #include "codec/Compression1x8.h"
 #include "image/Frame.h"
+#include "image/Picture.h"
 
 namespace fbc::cli {
 
@@ -41,6 +42,7 @@ const OptionSpec kOptWidth{"width", "W", "image width in pixels, 1..65536"};
 const OptionSpec kOptHeight{"height", "H", "image height in pixels, 1..65536 (at most 2^28 pixels)"};
 const OptionSpec kOptCfa{"cfa", "N", "Bayer layout 0..3 (0 RGGB, 1 GRBG, 2 BGGR, 3 GBRG), default 0"};
 const OptionSpec kOptFrameIndex{"frame-index", "N", "frame number, 0 or more, default 0"};
+const OptionSpec kOptRawMode{"raw-mode", "N", "packing 0..4 of a .raw input (see above); default plain samples"};
 
 int cfaOption(const Args& args) { return static_cast<int>(args.integer("cfa", 0, 3, 0)); }
 int frameIndexOption(const Args& args) {
@@ -161,8 +163,7 @@ std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expec
                                     const std::string& layout) {
   std::ifstream in(path, std::ios::binary | std::ios::ate);
   if (!in) inputError(path + ": cannot open: " + systemError());
-  std::error_code ec;
-  if (!std::filesystem::is_regular_file(path, ec)) inputError(path + ": not a regular file");
+  checkInputFile(path);
   const std::streamoff size = in.tellg();
   if (size < 0) inputError(path + ": cannot read: " + systemError());
   if (static_cast<std::uint64_t>(size) != expected) {
@@ -230,23 +231,37 @@ void ensureDirectory(const std::string& dir) {
   }
 }
 
-Frame readInputImage(const std::string& path, int width, int height) {
-  const std::uint64_t pixels = static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height);
-  const std::vector<unsigned char> bytes =
-      readFile(path, pixels * 2,
-               std::to_string(width) + "x" + std::to_string(height) + " samples of 2 bytes");
-  Frame f(width, height, Frame::CS_RAW, 12);
-  for (std::size_t i = 0; i < pixels; ++i) {
-    const int v = bytes[2 * i] | bytes[2 * i + 1] << 8;
-    if (v > 4095) {
-      const std::size_t x = i % static_cast<std::size_t>(width);
-      const std::size_t y = i / static_cast<std::size_t>(width);
-      inputError(path + ": sample " + std::to_string(v) + " at pixel (" + std::to_string(x) + ", " +
-                 std::to_string(y) + ") is above 4095");
-    }
-    f.data[i] = v;
+void checkInputFile(const std::string& path) {
+  if (!std::ifstream(path, std::ios::binary)) inputError(path + ": cannot open: " + systemError());
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) inputError(path + ": not a regular file");
+}
+
+Frame readInputImage(const std::string& path, const Args& args) {
+  PictureOptions options;
+  options.cfa = cfaOption(args);
+  options.rawMode = static_cast<int>(args.integer("raw-mode", 0, 4, kRawPlain16));
+  const bool headerless = pictureExtension(path) == ".raw";
+  if (headerless) {
+    const Size size = imageSize(args);
+    options.width = size.width;
+    options.height = size.height;
+  } else if (args.has("raw-mode")) {
+    usageError("--raw-mode applies to .raw input only, not " + path);
   }
-  return f;
+  // For a picture with a header the options only confirm its size; 0 stands for "not given".
+  const int width = static_cast<int>(args.integer("width", 1, kMaxSide, 0));
+  const int height = static_cast<int>(args.integer("height", 1, kMaxSide, 0));
+  checkInputFile(path);
+  Frame frame(Frame::CS_RAW, CFA_RGGB, 12, RGBIR_NONE);
+  std::string error;
+  if (!loadPicture(path, options, frame, error)) inputError(error);
+  if ((width != 0 && width != frame.width) || (height != 0 && height != frame.height)) {
+    inputError(path + ": picture is " + std::to_string(frame.width) + "x" + std::to_string(frame.height) +
+               ", but --width/--height give " + std::to_string(width != 0 ? width : frame.width) + "x" +
+               std::to_string(height != 0 ? height : frame.height));
+  }
+  return frame;
 }
 
 Frame compressImage(Compression1x8& codec, const Frame& image, int cfa, int frameIndex) {

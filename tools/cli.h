@@ -83,6 +83,7 @@ extern const OptionSpec kOptWidth;
 extern const OptionSpec kOptHeight;
 extern const OptionSpec kOptCfa;
 extern const OptionSpec kOptFrameIndex;
+extern const OptionSpec kOptRawMode;
 
 // --cfa: the Bayer layout 0..3 (0 when absent); --frame-index: 0 or more (0 when absent).
 int cfaOption(const Args& args);
@@ -134,9 +135,24 @@ class ScratchDir {
   std::string path_;
 };
 
-// The one reader of input images. Today: `.raw`, width x height little-endian 16-bit samples,
-// row-major, each 0..4095. Returns a 12-bit CS_RAW frame.
-Frame readInputImage(const std::string& path, int width, int height);
+// The input pictures readInputImage takes, for the help of the commands that read one.
+#define FBC_INPUT_PICTURE_HELP                                                                  \
+  "IN is a .ppm (colour, sampled into the Bayer mosaic of --cfa), a .pgm (grey) or a .raw\n"     \
+  "(W x H little-endian 16-bit words: plain samples 0..4095, or by --raw-mode 0 nibble-\n"      \
+  "rotated, 1 upper 12 bits, 2 byte-swapped upper 12 bits, 3 as stored, 4 packed 10-bit).\n"  \
+  "Pictures are scaled to 12 bits and take their size from their header; --width and\n"      \
+  "--height are then optional and must agree with it."
+
+// Fails with an input Error unless `path` opens and is a regular file.
+void checkInputFile(const std::string& path);
+
+// The one reader of input images, by extension; returns a 12-bit CS_RAW frame.
+//   .ppm  colour picture scaled to 12 bits and sampled into the Bayer mosaic of --cfa
+//   .pgm  grey picture scaled to 12 bits
+//   .raw  --width x --height 16-bit little-endian words unpacked by --raw-mode; without it
+//         plain samples 0..4095
+// Pictures with a header take their size from it; --width/--height, when given, must agree.
+Frame readInputImage(const std::string& path, const Args& args);
 
 // One frame through the codec's compression driver: the compressed frame, H rows of the width
 // rounded up to 8, one block-code byte per sample.

@@ -20,7 +20,8 @@ const CommandSpec kSpec{
     "strokes, hard edges with flat runs at block ends, texture and noise), compresses and\n"
     "decompresses it with the registers at their defaults, and reports the blocks per mode,\n"
     "the PSNR, the largest error and the throughput. Writes the chart (chart.pgm), the decoded\n"
-    "image (decoded.pgm) and a mode map (modes.ppm) into DIR, default fbc-demo/.",
+    "image (decoded.pgm), a mode map (modes.ppm) and an error map (errors.ppm: the absolute\n"
+    "error of each pixel as heat) into DIR, default fbc-demo/.",
     {{"out", "DIR", "output directory, default fbc-demo"}},
     0,
     0};
@@ -162,7 +163,7 @@ int runDemo(const Words& argv) {
   const RoundTrip rt = runRoundTrip(codec, chart, 0);
   printReport(std::cout, "test chart", chart, rt);
   ensureDirectory(dir);
-  writePictures(std::cout, dir, "chart.pgm", chart, rt);
+  writePictures(std::cout, dir, "chart.pgm", chart, rt, kNotBayer);
   return kExitOk;
 }
 

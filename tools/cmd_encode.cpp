@@ -10,12 +10,12 @@ namespace {
 
 const CommandSpec kSpec{
     "encode",
-    "--width W --height H [--cfa N] [--frame-index N] IN.raw OUT.bin",
-    "Compresses IN.raw (W x H little-endian 16-bit samples, row-major, each 0..4095) with the\n"
-    "registers at their defaults, or as --params and --set give them. OUT.bin is the\n"
-    "compressed frame without header: H rows of ((W + 7) & ~7) bytes, eight bytes per block\n"
-    "of eight pixels, each block's 64-bit code stored little-endian.",
-    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex, kOptParams, kOptSet},
+    "[--width W --height H] [--cfa N] [--frame-index N] [--raw-mode N] IN OUT.bin",
+    "Compresses the picture IN with the registers at their defaults, or as --params and --set\n"
+    "give them. OUT.bin is the compressed frame without header: H rows of ((W + 7) & ~7)\n"
+    "bytes, eight bytes per block of eight pixels, each block's 64-bit code stored\n"
+    "little-endian.\n\n" FBC_INPUT_PICTURE_HELP,
+    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex, kOptRawMode, kOptParams, kOptSet},
     2,
     2};
 
@@ -24,10 +24,9 @@ const CommandSpec kSpec{
 int runEncode(const Words& argv) {
   Args args;
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
-  const Size size = imageSize(args);
   const int cfa = cfaOption(args);
   const int frameIndex = frameIndexOption(args);
-  const Frame image = readInputImage(args.positional()[0], size.width, size.height);
+  const Frame image = readInputImage(args.positional()[0], args);
 
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);

@@ -44,8 +44,7 @@ int runGolden(const Words& argv) {
   const int frameIndex = frameIndexOption(args);
   const fs::path dir = args.value("outdir");
   if (dir.empty()) usageError("--outdir: empty directory name");
-  const Frame image = readInputImage(args.positional()[0], size.width, size.height);
-
+  const Frame image = readInputImage(args.positional()[0], args);
 
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);

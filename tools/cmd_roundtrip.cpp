@@ -3,6 +3,7 @@
 
 #include "codec/Compression1x8.h"
 #include "image/Frame.h"
+#include "image/Picture.h"
 #include "tools/cli.h"
 #include "tools/commands.h"
 #include "tools/report.h"
@@ -13,12 +14,15 @@ namespace {
 
 const CommandSpec kSpec{
     "roundtrip",
-    "--width W --height H [--cfa N] IN.raw [--out DIR]",
-    "Compresses and decompresses IN.raw (W x H little-endian 16-bit samples, each 0..4095)\n"
-    "with the registers at their defaults (or as --params and --set give them) and reports the\n"
-    "blocks per mode, the PSNR, the largest error and the throughput. With --out, also writes\n"
-    "the input (input.pgm), the decoded image (decoded.pgm) and a mode map (modes.ppm) into DIR.",
-    {kOptWidth, kOptHeight, kOptCfa, {"out", "DIR", "directory for the pictures"}, kOptParams, kOptSet},
+    "[--width W --height H] [--cfa N] [--raw-mode N] IN [--out DIR]",
+    "Compresses and decompresses the picture IN with the registers at their defaults (or as\n"
+    "--params and --set give them) and reports the blocks per mode, the PSNR, the largest\n"
+    "error and the throughput. With --out, also writes into DIR the input (input.pgm), the\n"
+    "decoded image (decoded.pgm), a mode map (modes.ppm), an error map (errors.ppm: the\n"
+    "absolute error of each pixel as heat) and, for Bayer input (a .ppm, or any input with\n"
+    "--cfa), the demosaiced input and decoded pictures side by side (compare.ppm).\n\n" FBC_INPUT_PICTURE_HELP,
+    {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, {"out", "DIR", "directory for the pictures"}, kOptParams,
+     kOptSet},
     1,
     1};
 
@@ -27,11 +31,11 @@ const CommandSpec kSpec{
 int runRoundtrip(const Words& argv) {
   Args args;
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
-  const Size size = imageSize(args);
   const int cfa = cfaOption(args);
   if (args.has("out") && args.value("out").empty()) usageError("--out: empty directory name");
   const std::string& path = args.positional()[0];
-  const Frame image = readInputImage(path, size.width, size.height);
+  const Frame image = readInputImage(path, args);
+  const bool bayer = pictureExtension(path) == ".ppm" || args.has("cfa");
 
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
@@ -39,7 +43,7 @@ int runRoundtrip(const Words& argv) {
   printReport(std::cout, path, image, rt);
   if (args.has("out")) {
     ensureDirectory(args.value("out"));
-    writePictures(std::cout, args.value("out"), "input.pgm", image, rt);
+    writePictures(std::cout, args.value("out"), "input.pgm", image, rt, bayer ? cfa : kNotBayer);
   }
   return kExitOk;
 }

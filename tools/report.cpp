@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "codec/Compression1x8.h"
+#include "image/Picture.h"
 #include "tools/cli.h"
 
 namespace fbc::cli {
@@ -38,29 +39,33 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// A 16-bit PGM of 12-bit samples: maxval 4095, two bytes per sample, most significant first.
-std::string pgm12(const Frame& f) {
-  std::string out = "P5\n" + std::to_string(f.width) + " " + std::to_string(f.height) + "\n4095\n";
-  const std::size_t header = out.size();
-  out.resize(header + 2 * f.size());
-  for (std::size_t i = 0; i < f.size(); ++i) {
-    out[header + 2 * i] = static_cast<char>(f.data[i] >> 8);
-    out[header + 2 * i + 1] = static_cast<char>(f.data[i] & 0xFF);
-  }
-  return out;
-}
-
-std::string modeMapPpm(int width, int height, const std::vector<unsigned char>& blockModes) {
-  std::string out = "P6\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n";
+// One colour per block, from the mode map's legend.
+RgbImage modeMap(int width, int height, const std::vector<unsigned char>& blockModes) {
+  RgbImage map{width, height, std::vector<int>(3 * static_cast<std::size_t>(width) * height)};
   const std::size_t blocksPerRow = static_cast<std::size_t>(paddedWidth(width) / 8);
-  out.reserve(out.size() + 3 * static_cast<std::size_t>(width) * height);
+  std::size_t i = 0;
   for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
+    for (int x = 0; x < width; ++x, i += 3) {
       const unsigned char* rgb = kModeColours[blockModes[y * blocksPerRow + x / 8]].rgb;
-      out.append(reinterpret_cast<const char*>(rgb), 3);
+      std::copy(rgb, rgb + 3, map.rgb.begin() + static_cast<std::ptrdiff_t>(i));
     }
   }
-  return out;
+  return map;
+}
+
+// Absolute error of each pixel on the heat scale, its top at `maxError` (at least 1).
+RgbImage errorMap(const Frame& image, const Frame& decoded, int maxError) {
+  RgbImage map{image.width, image.height, std::vector<int>(3 * image.size())};
+  for (std::size_t i = 0; i < image.size(); ++i) {
+    heatColour(std::abs(image.data[i] - decoded.data[i]), std::max(maxError, 1), &map.rgb[3 * i]);
+  }
+  return map;
+}
+
+RgbImage demosaiced(const Frame& bayer, int cfa) {
+  RgbImage picture{bayer.width, bayer.height, {}};
+  demosaicToRGB(bayer, cfa, picture.rgb);
+  return picture;
 }
 
 std::string joinPath(const std::string& dir, const std::string& name) {
@@ -135,17 +140,35 @@ void printReport(std::ostream& os, const std::string& what, const Frame& image, 
 }
 
 void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
-                   const Frame& image, const RoundTrip& rt) {
+                   const Frame& image, const RoundTrip& rt, int cfa) {
+  constexpr int kMax12 = 4095;
+  constexpr int kComparisonGap = 8;  // black columns between the two pictures
   const std::string inputPath = joinPath(dir, inputName);
   const std::string decodedPath = joinPath(dir, "decoded.pgm");
   const std::string modesPath = joinPath(dir, "modes.ppm");
-  writeFileAtomic(inputPath, pgm12(image));
-  writeFileAtomic(decodedPath, pgm12(rt.decoded));
-  writeFileAtomic(modesPath, modeMapPpm(image.width, image.height, rt.blockModes));
-  os << "wrote: " << inputPath << ", " << decodedPath << ", " << modesPath << "\nmode map:";
+  const std::string errorsPath = joinPath(dir, "errors.ppm");
+  const std::string comparePath = joinPath(dir, "compare.ppm");
+  const bool bayer = cfa >= 0 && cfa <= 3;
+  writeFileAtomic(inputPath, pgmBytes(image, kMax12));
+  writeFileAtomic(decodedPath, pgmBytes(rt.decoded, kMax12));
+  writeFileAtomic(modesPath, ppmBytes(modeMap(image.width, image.height, rt.blockModes), 255));
+  writeFileAtomic(errorsPath, ppmBytes(errorMap(image, rt.decoded, rt.maxError), 255));
+  if (bayer) {
+    const RgbImage both = sideBySide(demosaiced(image, cfa), demosaiced(rt.decoded, cfa), kComparisonGap);
+    writeFileAtomic(comparePath, ppmBytes(both, kMax12));
+  }
+  os << "wrote: " << inputPath << ", " << decodedPath << ", " << modesPath << ", " << errorsPath
+     << (bayer ? ", " + comparePath : std::string()) << "\nmode map:";
   for (int m = 0; m < kModeCount; ++m) {
     os << (m == 0 ? " " : ", ") << kModeNames[m] << ' ' << kModeColours[m].name;
   }
+  if (rt.maxError == 0) {
+    os << "\nerror map: black, every pixel decoded exactly";
+  } else {
+    os << "\nerror map: absolute error 0 black, rising through red and yellow to white at "
+       << rt.maxError << " (the largest error)";
+  }
+  if (bayer) os << "\ncompare: input (left) and decoded (right), demosaiced with CFA layout " << cfa;
   os << '\n';
 }
 

@@ -30,9 +30,14 @@ RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa);
 // encode and decode throughput.
 void printReport(std::ostream& os, const std::string& what, const Frame& image, const RoundTrip& rt);
 
-// Writes DIR/<inputName> (the input, 16-bit PGM), DIR/decoded.pgm and DIR/modes.ppm (one
-// colour per mode) and prints the file names and the colour legend.
+// Bayer layout argument of writePictures for input that is not a colour mosaic.
+constexpr int kNotBayer = -1;
+
+// Writes DIR/<inputName> (the input, 16-bit PGM), DIR/decoded.pgm, DIR/modes.ppm (one colour
+// per mode), DIR/errors.ppm (the absolute error per pixel on a heat scale whose top is the
+// largest error) and, when `cfa` is a Bayer layout 0..3, DIR/compare.ppm (input and decoded
+// picture demosaiced, side by side). Prints the file names and how to read the maps.
 void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
-                   const Frame& image, const RoundTrip& rt);
+                   const Frame& image, const RoundTrip& rt, int cfa);
 
 }  // namespace fbc::cli

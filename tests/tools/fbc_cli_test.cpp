@@ -115,8 +115,8 @@ const ErrorCase kErrorCases[] = {
      "fbc encode: option --cfa needs a value\n"},
     {"MissingOption", "encode --width 12 in.raw out.bin", "fbc encode: missing required option --height\n"},
     {"MissingArgument", "encode --width 12 --height 3 in.raw",
-     "fbc encode: expected 2 arguments, got 1 (usage: fbc encode --width W --height H [--cfa N] "
-     "[--frame-index N] IN.raw OUT.bin)\n"},
+     "fbc encode: expected 2 arguments, got 1 (usage: fbc encode [--width W --height H] [--cfa N] "
+     "[--frame-index N] [--raw-mode N] IN OUT.bin)\n"},
     {"RepeatedOption", "encode --width 12 --width 12 --height 3 in.raw out.bin",
      "fbc encode: option --width given twice\n"},
     {"GoldenWithoutFrameIndex", "golden --width 12 --height 3 --outdir g in.raw",
