@@ -21,14 +21,13 @@ namespace fs = std::filesystem;
 
 const CommandSpec kSpec{
     "golden",
-    "--width W --height H [--cfa N] --frame-index N --outdir DIR IN.raw",
-    "Compresses and decompresses IN.raw (W x H little-endian 16-bit samples, each 0..4095) at\n"
-    "golden-dump level 1 and writes the five golden reference files of the frame into DIR\n"
-    "(created if missing), e.g. for frame 7: fbc_golden_ref_com_input_0007.txt,\n"
-    "fbc_com_input_0007.raw, fbc_golden_ref_com_0007.txt, fbc_golden_ref_dec_input_0007.txt\n"
-    "and fbc_golden_ref_dec_0007.txt. Registers as in 'fbc encode'; a parameter file that\n"
-    "disables the block (reg_fbc_en=0) writes no golden files.",
-    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex, {"outdir", "DIR", "directory for the golden files"},
+    "[--width W --height H] [--cfa N] [--raw-mode N] --frame-index N --outdir DIR IN",
+    "Compresses and decompresses the picture IN at golden-dump level 1 and writes the five\n"
+    "golden reference files of the frame into DIR (created if missing), e.g. for frame 7:\n"
+    "fbc_golden_ref_com_input_0007.txt, fbc_com_input_0007.raw, fbc_golden_ref_com_0007.txt,\n"
+    "fbc_golden_ref_dec_input_0007.txt and fbc_golden_ref_dec_0007.txt. Registers as in 'fbc encode'; a parameter file that\n"
+    "disables the block (reg_fbc_en=0) writes no golden files.\n\n" FBC_INPUT_PICTURE_HELP,
+    {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, kOptFrameIndex, {"outdir", "DIR", "directory for the golden files"},
      kOptParams, kOptSet},
     1,
     1};

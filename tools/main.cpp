@@ -24,7 +24,7 @@ const Command kCommands[] = {
     {"decode", "decompress a frame of block codes into 16-bit samples", runDecode},
     {"golden", "write the five golden reference files of one frame", runGolden},
     {"demo", "round-trip a built-in test chart and report modes, error and speed", runDemo},
-    {"roundtrip", "the demo's report for your own raw image", runRoundtrip},
+    {"roundtrip", "the demo's report for your own picture (.raw, .pgm, .ppm)", runRoundtrip},
     {"bench", "time encode and decode of a 4K frame on one thread", runBench},
     {"selftest", "compare every fast-path variant with the scalar reference", runSelftest},
     {"params", "show, write, check or draw parameter files of the block", runParams},
