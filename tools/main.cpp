@@ -20,7 +20,7 @@ struct Command {
 
 // To add a subcommand: one file defining its run function, one line here, one in CMakeLists.txt.
 const Command kCommands[] = {
-    {"encode", "compress a raw 12-bit image into a frame of 64-bit block codes", runEncode},
+    {"encode", "compress a picture (.raw, .pgm, .ppm) into a frame of 64-bit block codes", runEncode},
     {"decode", "decompress a frame of block codes into 16-bit samples", runDecode},
     {"golden", "write the five golden reference files of one frame", runGolden},
     {"demo", "round-trip a built-in test chart and report modes, error and speed", runDemo},
