@@ -8,14 +8,14 @@
 #   FUZZ_SECONDS=N   time per target
 #   FUZZ_TARGETS="a b"  run only these targets
 #   FUZZ_BUILD=dir   build directory (default build-fuzz)
+#   JOBS=N           parallel compile jobs
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=${FUZZ_SECONDS:-60}
 build=${FUZZ_BUILD:-build-fuzz}
 targets=${FUZZ_TARGETS:-"block_decode block_encode raw_decode ini image register_table"}
-jobs=${JOBS:-2}
-[ "$jobs" -gt 2 ] && jobs=2
+jobs=${JOBS:-$(nproc 2>/dev/null || echo 2)}
 
 if ! command -v clang++ >/dev/null 2>&1; then
   echo "fuzz: clang++ not found; libFuzzer needs clang" >&2
