@@ -244,17 +244,24 @@ SelfTestResult runSelfTest(const SelfTestOptions& o) {
                     codec.decodeBlock(loadCode(&bytes[8 * b]), out);
                     for (int i = 0; i < 8 && 8 * b + i < width; ++i) want[8 * b + i] = static_cast<std::uint16_t>(out[i] << 4);
                 }
+                // Both outputs: 16-bit samples (the raw decoder) and 32-bit ones (frames).
+                std::vector<std::int32_t> have32(width);
                 FastDecoder(codec, &v).decodeRow(bytes.data(), width, have.data());
+                FastDecoder(codec, &v).decodeRow(bytes.data(), width, have32.data());
                 for (int i = 0; i < width; ++i) {
-                    if (want[i] == have[i]) continue;
+                    if (want[i] == have[i] && want[i] == have32[i]) continue;
+                    // Report the output that differs (the 32-bit one when the 16-bit one agrees).
+                    const bool wide = want[i] == have[i];
+                    std::vector<std::int32_t> shown(have.begin(), have.end());
+                    if (wide) shown = have32;
                     const int b = i / 8;
                     res.ok = false;
                     res.report = header(dec, o.seed, cs, b) + "  code " + hex64(loadCode(&bytes[8 * b])) +
                                  "; registers differing from defaults: " + registersDifferingFromDefaults(codec) +
                                  "\n  scalar";
                     for (int k = 8 * b; k < 8 * b + 8 && k < width; ++k) res.report += " " + std::to_string(want[k] >> 4);
-                    res.report += std::string("  ") + v.name;
-                    for (int k = 8 * b; k < 8 * b + 8 && k < width; ++k) res.report += " " + std::to_string(have[k] >> 4);
+                    res.report += std::string("  ") + v.name + (wide ? " (32-bit)" : "");
+                    for (int k = 8 * b; k < 8 * b + 8 && k < width; ++k) res.report += " " + std::to_string(shown[k] >> 4);
                     res.report += "  first differing pixel " + std::to_string(i - 8 * b) + "\n";
                     return res;
                 }

@@ -16,9 +16,9 @@ std::vector<CodecVariant> detectVariants() {
 #if defined(FBC_HAVE_X86_KERNELS)
 #if defined(FBC_HAVE_AVX2_TU)
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2")) v.push_back({"avx2", x86::encodeRowAvx2, x86::decodeRowAvx2});
+    if (__builtin_cpu_supports("avx2")) v.push_back({"avx2", x86::encodeRowAvx2, x86::decodeRowAvx2, x86::decodeRow32Avx2});
 #endif
-    v.push_back({"sse2", x86::encodeRowSse2, x86::decodeRowSse2});
+    v.push_back({"sse2", x86::encodeRowSse2, x86::decodeRowSse2, x86::decodeRow32Sse2});
 #endif
     return v;
 }
@@ -76,6 +76,8 @@ void makeDecodeParams(const Compression1x8& c, x86::DecodeParams& p) {
     p.prefixMode = kPrefixTable.mode;
     p.curve = c.reg_curve_mode_en != 0;
     p.truncExt = c.reg_tr_ext_en != 0;
+    p.roundMd = c.reg_comp_de_tr_round_md != 0;
+    p.roundZero = c.reg_comp_de_tr_round_zero != 0;
     const bool md = c.reg_comp_de_tr_round_md != 0, zero = c.reg_comp_de_tr_round_zero != 0;
     // Reconstruction at the middle of the interval unless a rounding register says otherwise.
     const auto half = [&](int t) { return md || (zero && t == 0) ? 0 : 1; };
@@ -127,23 +129,32 @@ FastDecoder::FastDecoder(Compression1x8& codec, const CodecVariant* variant) : c
     if (variant_) makeDecodeParams(codec, params_);
 }
 
-void FastDecoder::decodeRow(const unsigned char* codes, int width, std::uint16_t* out) {
+template <class Out, class Kernel>
+void FastDecoder::decodeRowWith(Kernel kernel, const unsigned char* codes, int width, Out* out) {
     const int full = width / 8;
     if (variant_ == nullptr) {
         for (int x = 0; x < width; x += 8) {
             int px[8];
             codec_.decodeBlock(loadCode(codes + x), px);
             const int n = std::min(width - x, 8);
-            for (int i = 0; i < n; ++i) out[x + i] = static_cast<std::uint16_t>(px[i] << 4);
+            for (int i = 0; i < n; ++i) out[x + i] = static_cast<Out>(px[i] << 4);
         }
         return;
     }
-    variant_->decodeRow(params_, codes, full, out);
+    kernel(params_, codes, full, out);
     if (full * 8 != width) {
-        std::uint16_t last[8];
-        variant_->decodeRow(params_, codes + 8 * full, 1, last);
+        Out last[8];
+        kernel(params_, codes + 8 * full, 1, last);
         std::copy(last, last + (width - 8 * full), out + 8 * full);
     }
+}
+
+void FastDecoder::decodeRow(const unsigned char* codes, int width, std::uint16_t* out) {
+    decodeRowWith(variant_ ? variant_->decodeRow : nullptr, codes, width, out);
+}
+
+void FastDecoder::decodeRow(const unsigned char* codes, int width, std::int32_t* out) {
+    decodeRowWith(variant_ ? variant_->decodeRow32 : nullptr, codes, width, out);
 }
 
 }  // namespace fbc

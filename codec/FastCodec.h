@@ -19,6 +19,7 @@ struct CodecVariant {
     const char* name;  // "sse2", "avx2"
     x86::EncodeRowFn encodeRow;
     x86::DecodeRowFn decodeRow;
+    x86::DecodeRow32Fn decodeRow32;
 };
 
 // The vector variants this CPU runs, in order of preference (best first); empty on hosts
@@ -56,8 +57,13 @@ public:
     // Decodes the (width + 7) / 8 codes at `codes` (reading whole 8-byte codes) into `width`
     // pixels shifted left by 4.
     void decodeRow(const unsigned char* codes, int width, std::uint16_t* out);
+    // The same into 32-bit samples (a decoded frame's pixels).
+    void decodeRow(const unsigned char* codes, int width, std::int32_t* out);
 
 private:
+    template <class Out, class Kernel>
+    void decodeRowWith(Kernel kernel, const unsigned char* codes, int width, Out* out);
+
     Compression1x8& codec_;
     const CodecVariant* variant_;
     x86::DecodeParams params_;

@@ -35,6 +35,8 @@ struct DecodeParams {
     const std::int8_t* prefixMode;  // 256 entries: mode named by a code's top byte
     std::int32_t curve;             // reg_curve_mode_en != 0: every code is eight curve bytes
     std::int32_t truncExt;          // reg_tr_ext_en != 0
+    std::int32_t roundMd;           // reg_comp_de_tr_round_md != 0: truncations rebuild at the interval start
+    std::int32_t roundZero;         // reg_comp_de_tr_round_zero != 0: a zero field rebuilds as 0
     std::uint16_t curveOut[256];    // curve byte -> 12-bit pixel
     std::uint16_t truncCoarse[128]; // 7-bit Truncate field -> 12-bit pixel
     std::uint16_t truncFine[256];   // 7-bit field and extension bit -> 12-bit pixel
@@ -46,17 +48,22 @@ struct DecodeParams {
 // Encodes `blocks` blocks of eight pixels (block b is px[8b .. 8b+7]) of one row.
 using EncodeRowFn = void (*)(const EncodeParams& p, const int* px, int blocks, bool parity,
                              std::uint64_t* codes);
-// Decodes `blocks` little-endian 8-byte codes into pixels shifted left by 4.
+// Decodes `blocks` little-endian 8-byte codes into pixels shifted left by 4: 16-bit samples
+// (the raw decoder's buffer) or 32-bit ones (a decoded frame).
 using DecodeRowFn = void (*)(const DecodeParams& p, const unsigned char* codes, int blocks,
                              std::uint16_t* out);
+using DecodeRow32Fn = void (*)(const DecodeParams& p, const unsigned char* codes, int blocks,
+                               std::int32_t* out);
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #define FBC_HAVE_X86_KERNELS 1
 void encodeRowSse2(const EncodeParams& p, const int* px, int blocks, bool parity, std::uint64_t* codes);
 void decodeRowSse2(const DecodeParams& p, const unsigned char* codes, int blocks, std::uint16_t* out);
+void decodeRow32Sse2(const DecodeParams& p, const unsigned char* codes, int blocks, std::int32_t* out);
 #if defined(FBC_HAVE_AVX2_TU)
 void encodeRowAvx2(const EncodeParams& p, const int* px, int blocks, bool parity, std::uint64_t* codes);
 void decodeRowAvx2(const DecodeParams& p, const unsigned char* codes, int blocks, std::uint16_t* out);
+void decodeRow32Avx2(const DecodeParams& p, const unsigned char* codes, int blocks, std::int32_t* out);
 #endif
 #endif
 
