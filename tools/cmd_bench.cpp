@@ -1,5 +1,6 @@
 // fbc bench: single-thread throughput of encode, frame decode and the raw decoder behind the C
-// entry, on a mixed-content frame and on a noise frame, against a plain copy of the output.
+// entry, on the demo chart tiled to the frame size and on a noise frame, against a plain copy of
+// the output.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -11,6 +12,7 @@
 
 #include "codec/Compression1x8.h"
 #include "image/Frame.h"
+#include "tools/chart.h"
 #include "tools/cli.h"
 #include "tools/commands.h"
 
@@ -22,10 +24,10 @@ const CommandSpec kSpec{
     "bench",
     "[--width W --height H] [--repeat N] [--json]",
     "Times the codec on one thread: encode, frame decode, the raw decoder behind FBD_Execute\n"
-    "(its console lines excluded) and a plain copy of the same 16-bit output buffer, on a frame\n"
-    "of mixed test content tiled to W x H (default 3840x2160) and on a noise frame. Each path\n"
-    "runs once to warm up, then N times (default 20); the median is reported. --json prints one\n"
-    "JSON object instead of the table.",
+    "(its console lines excluded) and a plain copy of the same 16-bit output buffer, on the demo\n"
+    "chart tiled to W x H (default 3840x2160) and on a noise frame. Each path runs once to warm\n"
+    "up, then N times (default 20); the median is reported. --json prints one JSON object\n"
+    "instead of the table.",
     {kOptWidth, kOptHeight, {"repeat", "N", "timed runs per path, default 20"},
      {"json", nullptr, "one JSON object on standard output"}},
     0,
@@ -47,36 +49,14 @@ class Rng {
   std::uint64_t state_;
 };
 
-int clamp12(int v) { return v < 0 ? 0 : (v > 4095 ? 4095 : v); }
-
-// A 256x240 tile in bands of 40 rows: gentle ramps, steep ramps, flat steps, two-level strokes,
-// blocks with a flat run at one end, texture on a gradient. Tiled, it gives every mode its share.
-constexpr int kTileW = 256, kTileH = 240;
-std::vector<int> mixedTile() {
-  std::vector<int> t(kTileW * kTileH);
-  Rng rng(0x5eedbe9c);
-  for (int y = 0; y < kTileH; ++y) {
-    for (int x = 0; x < kTileW; ++x) {
-      int v;
-      switch (y / 40) {
-        case 0: v = 200 + x * 6 + y * 4; break;
-        case 1: v = 40 + 80 * ((x + y) % 50); break;
-        case 2: v = 256 * ((x / 40 + y / 40) % 16) + 128; break;
-        case 3: v = ((x % 24 < 3) || (y % 30 < 2)) ? 320 : 3680; break;
-        case 4: v = (x & 7) < 3 ? 1000 + rng.below(9) : rng.below(4096); break;
-        default: v = 1000 + 5 * x + y + rng.below(41) - 20; break;
-      }
-      t[y * kTileW + x] = clamp12(v);
-    }
-  }
-  return t;
-}
-
-Frame mixedFrame(int w, int h) {
-  const std::vector<int> tile = mixedTile();
+// The demo chart tiled to w x h: every mode has its share.
+Frame chartFrame(int w, int h) {
+  const Frame chart = makeDemoChart();
   Frame f(w, h, Frame::CS_RAW, 12);
   for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) f.data[static_cast<std::size_t>(y) * w + x] = tile[(y % kTileH) * kTileW + x % kTileW];
+    for (int x = 0; x < w; ++x)
+      f.data[static_cast<std::size_t>(y) * w + x] =
+          chart.data[static_cast<std::size_t>(y % chart.height) * chart.width + x % chart.width];
   return f;
 }
 
@@ -134,7 +114,7 @@ int runBench(const Words& argv) {
 
   Frame compressed(Frame::CS_RAW, CFA_RGGB, 8);
   const FrameTimes noise = timeFrame(noiseFrame(width, height), repeat, compressed);
-  const FrameTimes mixed = timeFrame(mixedFrame(width, height), repeat, compressed);
+  const FrameTimes mixed = timeFrame(chartFrame(width, height), repeat, compressed);
 
   // The host-facing buffer: rows of `width` code bytes (the compressed frame's rows cut to the
   // width) plus the 7 bytes the last block may read past the end.

@@ -5,6 +5,7 @@
 
 #include "codec/Compression1x8.h"
 #include "image/Frame.h"
+#include "tools/chart.h"
 #include "tools/cli.h"
 #include "tools/commands.h"
 #include "tools/report.h"
@@ -91,12 +92,14 @@ void edgeBlock(Rng& rng, int n, bool atStart, int* px) {
   }
 }
 
+}  // namespace
+
 // The chart, in bands of 120 rows:
 //   0..119    smooth gradients: a gentle ramp (left) and steep ramps and waves (right)
 //   120..239  flat grey steps (left) and two-level text-like strokes (right)
 //   240..359  hard edges with flat runs at block ends: six columns, Edge2 .. Edge7
 //   360..479  fine texture on a gradient (left) and full-range noise (right)
-Frame makeTestChart() {
+Frame makeDemoChart() {
   Frame chart(kChartWidth, kChartHeight, Frame::CS_RAW, 12);
   Rng rng(0x5eedfbc1);
   auto at = [&chart](int x, int y) -> int& { return chart.data[y * kChartWidth + x]; };
@@ -149,15 +152,13 @@ Frame makeTestChart() {
   return chart;
 }
 
-}  // namespace
-
 int runDemo(const Words& argv) {
   Args args;
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
   const std::string dir = args.has("out") ? args.value("out") : "fbc-demo";
   if (dir.empty()) usageError("--out: empty directory name");
 
-  const Frame chart = makeTestChart();
+  const Frame chart = makeDemoChart();
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
   const RoundTrip rt = runRoundTrip(codec, chart, 0);
