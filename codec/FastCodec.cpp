@@ -14,8 +14,13 @@ namespace {
 std::vector<CodecVariant> detectVariants() {
     std::vector<CodecVariant> v;
 #if defined(FBC_HAVE_X86_KERNELS)
-#if defined(FBC_HAVE_AVX2_TU)
     __builtin_cpu_init();
+#if defined(FBC_HAVE_AVX512_TU)
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq"))
+        v.push_back({"avx512", x86::encodeRowAvx512, x86::decodeRowAvx512, x86::decodeRow32Avx512});
+#endif
+#if defined(FBC_HAVE_AVX2_TU)
     if (__builtin_cpu_supports("avx2")) v.push_back({"avx2", x86::encodeRowAvx2, x86::decodeRowAvx2, x86::decodeRow32Avx2});
 #endif
     v.push_back({"sse2", x86::encodeRowSse2, x86::decodeRowSse2, x86::decodeRow32Sse2});

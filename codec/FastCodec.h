@@ -16,7 +16,7 @@ namespace fbc {
 
 // One implementation of the row kernels.
 struct CodecVariant {
-    const char* name;  // "sse2", "avx2"
+    const char* name;  // "sse2", "avx2", "avx512"
     x86::EncodeRowFn encodeRow;
     x86::DecodeRowFn decodeRow;
     x86::DecodeRow32Fn decodeRow32;

@@ -1,7 +1,7 @@
 // Vector variants of the block coder's hot loops and the register-derived tables they read.
 //
 // The kernels are compiled once per instruction set from one source (Kernels.inc): baseline
-// x86-64 (SSE2) and AVX2. Each encodes or decodes whole rows of blocks exactly as the scalar
+// x86-64 (SSE2), AVX2 and AVX-512 (F, BW, VL, DQ). Each encodes or decodes whole rows of blocks exactly as the scalar
 // reference in Compression1x8 does; the reference stays the definition and the checker
 // (fbc selftest, fast_path_test) compares them bit for bit. Pixels must be 0..4095: the caller
 // keeps other values on the reference path.
@@ -64,6 +64,11 @@ void decodeRow32Sse2(const DecodeParams& p, const unsigned char* codes, int bloc
 void encodeRowAvx2(const EncodeParams& p, const int* px, int blocks, bool parity, std::uint64_t* codes);
 void decodeRowAvx2(const DecodeParams& p, const unsigned char* codes, int blocks, std::uint16_t* out);
 void decodeRow32Avx2(const DecodeParams& p, const unsigned char* codes, int blocks, std::int32_t* out);
+#endif
+#if defined(FBC_HAVE_AVX512_TU)
+void encodeRowAvx512(const EncodeParams& p, const int* px, int blocks, bool parity, std::uint64_t* codes);
+void decodeRowAvx512(const DecodeParams& p, const unsigned char* codes, int blocks, std::uint16_t* out);
+void decodeRow32Avx512(const DecodeParams& p, const unsigned char* codes, int blocks, std::int32_t* out);
 #endif
 #endif
 

@@ -1,0 +1,9 @@
+// The vector kernels for AVX-512 CPUs (F, BW, VL, DQ): sixteen blocks per pass. This file alone is
+// compiled with those instruction sets and only runs once the CPU has reported all four.
+#if defined(__x86_64__) && defined(__GNUC__) && defined(__AVX512F__) && defined(__AVX512BW__)
+#define FBC_KERNEL(name) name##Avx512
+// GCC 12's 256-bit extract and insert intrinsics start from a deliberately undefined vector and
+// draw a false maybe-uninitialized warning when inlined.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#include "codec/x86/Kernels.inc"
+#endif
