@@ -11,6 +11,12 @@ namespace fbc {
 
 namespace {
 
+#define FBC_VARIANT(name, isa)                                                                    \
+    CodecVariant {                                                                                \
+        name, x86::encodeRow##isa, x86::decodeRow##isa, x86::decodeRow32##isa, x86::inRange##isa, \
+            x86::widenBytes##isa, x86::narrowBytes##isa                                           \
+    }
+
 std::vector<CodecVariant> detectVariants() {
     std::vector<CodecVariant> v;
 #if defined(FBC_HAVE_X86_KERNELS)
@@ -18,12 +24,12 @@ std::vector<CodecVariant> detectVariants() {
 #if defined(FBC_HAVE_AVX512_TU)
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq"))
-        v.push_back({"avx512", x86::encodeRowAvx512, x86::decodeRowAvx512, x86::decodeRow32Avx512});
+        v.push_back(FBC_VARIANT("avx512", Avx512));
 #endif
 #if defined(FBC_HAVE_AVX2_TU)
-    if (__builtin_cpu_supports("avx2")) v.push_back({"avx2", x86::encodeRowAvx2, x86::decodeRowAvx2, x86::decodeRow32Avx2});
+    if (__builtin_cpu_supports("avx2")) v.push_back(FBC_VARIANT("avx2", Avx2));
 #endif
-    v.push_back({"sse2", x86::encodeRowSse2, x86::decodeRowSse2, x86::decodeRow32Sse2});
+    v.push_back(FBC_VARIANT("sse2", Sse2));
 #endif
     return v;
 }
@@ -31,12 +37,6 @@ std::vector<CodecVariant> detectVariants() {
 bool forceScalar() {
     const char* e = std::getenv("FBC_FORCE_SCALAR");
     return e != nullptr && *e != '\0' && std::strcmp(e, "0") != 0;
-}
-
-bool inRange(const int* px, int n) {
-    unsigned bad = 0;
-    for (int i = 0; i < n; ++i) bad |= static_cast<unsigned>(px[i]) & ~4095u;
-    return bad == 0;
 }
 
 }  // namespace
@@ -114,7 +114,7 @@ void FastEncoder::encodeRow(const int* row, int width, bool parity, BlockCode* c
         std::copy(row, row + width, padded_.begin());
         src = padded_.data();
     }
-    if (variant_ == nullptr || !inRange(src, blocks * 8)) {
+    if (variant_ == nullptr || !variant_->inRange(src, blocks * 8)) {
         for (int b = 0; b < blocks; ++b) codes[b] = codec_.encodeBlock(src + 8 * b, parity);
         return;
     }

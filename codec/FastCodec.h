@@ -20,6 +20,9 @@ struct CodecVariant {
     x86::EncodeRowFn encodeRow;
     x86::DecodeRowFn decodeRow;
     x86::DecodeRow32Fn decodeRow32;
+    x86::InRangeFn inRange;
+    x86::WidenBytesFn widenBytes;
+    x86::NarrowBytesFn narrowBytes;
 };
 
 // The vector variants this CPU runs, in order of preference (best first); empty on hosts

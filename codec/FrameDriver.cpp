@@ -40,19 +40,27 @@ bool plain(const Frame& f) { return f.offsetX == 0 && f.offsetY == 0 && f.data !
 
 // Without golden files and on plain frames, whole rows go through the fast path.
 void compressRowsFast(Compression1x8& codec, const Frame& in, Frame& out, bool oddCfa) {
-    FastEncoder encoder(codec, activeVariant());
+    const CodecVariant* variant = activeVariant();
+    FastEncoder encoder(codec, variant);
     std::vector<BlockCode> codes(static_cast<std::size_t>((in.width + 7) / 8));
+    const int bytes = static_cast<int>(8 * codes.size());
     for (int y = 0; y < in.height; ++y) {
         const bool parity = oddCfa ? (y & 1) == 0 : (y & 1) == 1;
         encoder.encodeRow(in.data + static_cast<std::size_t>(y) * in.width, in.width, parity, codes.data());
         PIXEL* dst = out.data + static_cast<std::size_t>(y) * out.width;
-        for (std::size_t b = 0; b < codes.size(); ++b)
-            for (int k = 0; k < 8; ++k) dst[8 * b + k] = static_cast<int>((codes[b] >> (8 * k)) & 0xFF);
+        if (variant) {
+            // Codes are stored little-endian: their bytes in memory are the frame's bytes.
+            variant->widenBytes(reinterpret_cast<const unsigned char*>(codes.data()), bytes, dst);
+        } else {
+            for (std::size_t b = 0; b < codes.size(); ++b)
+                for (int k = 0; k < 8; ++k) dst[8 * b + k] = static_cast<int>((codes[b] >> (8 * k)) & 0xFF);
+        }
     }
 }
 
 void decompressRowsFast(Compression1x8& codec, const Frame& in, Frame& out) {
-    FastDecoder decoder(codec, activeVariant());
+    const CodecVariant* variant = activeVariant();
+    FastDecoder decoder(codec, variant);
     std::vector<unsigned char> bytes(static_cast<std::size_t>(in.width));
     // A narrower output keeps the left part of each decoded row.
     const bool direct = out.width >= in.width;
@@ -60,7 +68,11 @@ void decompressRowsFast(Compression1x8& codec, const Frame& in, Frame& out) {
     const int n = direct ? in.width : out.width;
     for (int y = 0; y < in.height; ++y) {
         const PIXEL* src = in.data + static_cast<std::size_t>(y) * in.width;
-        for (int x = 0; x < in.width; ++x) bytes[x] = static_cast<unsigned char>(src[x]);
+        if (variant) {
+            variant->narrowBytes(src, in.width, bytes.data());
+        } else {
+            for (int x = 0; x < in.width; ++x) bytes[x] = static_cast<unsigned char>(src[x]);
+        }
         PIXEL* dst = out.data + static_cast<std::size_t>(y) * out.width;
         if (direct) {
             decoder.decodeRow(bytes.data(), in.width, dst);

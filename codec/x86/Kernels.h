@@ -55,20 +55,28 @@ using DecodeRowFn = void (*)(const DecodeParams& p, const unsigned char* codes, 
 using DecodeRow32Fn = void (*)(const DecodeParams& p, const unsigned char* codes, int blocks,
                                std::int32_t* out);
 
+// Whether all of n samples are 0..4095 (the encoder kernels' input range).
+using InRangeFn = bool (*)(const std::int32_t* px, int n);
+// Between packed code bytes and a compressed frame's samples, one code byte per 32-bit sample.
+using WidenBytesFn = void (*)(const unsigned char* in, int n, std::int32_t* out);
+using NarrowBytesFn = void (*)(const std::int32_t* in, int n, unsigned char* out);
+
+#define FBC_X86_DECLARE_KERNELS(isa)                                                                  \
+    void encodeRow##isa(const EncodeParams& p, const int* px, int blocks, bool parity, std::uint64_t* codes); \
+    void decodeRow##isa(const DecodeParams& p, const unsigned char* codes, int blocks, std::uint16_t* out);   \
+    void decodeRow32##isa(const DecodeParams& p, const unsigned char* codes, int blocks, std::int32_t* out);  \
+    bool inRange##isa(const std::int32_t* px, int n);                                                 \
+    void widenBytes##isa(const unsigned char* in, int n, std::int32_t* out);                         \
+    void narrowBytes##isa(const std::int32_t* in, int n, unsigned char* out);
+
 #if defined(__x86_64__) && defined(__GNUC__)
 #define FBC_HAVE_X86_KERNELS 1
-void encodeRowSse2(const EncodeParams& p, const int* px, int blocks, bool parity, std::uint64_t* codes);
-void decodeRowSse2(const DecodeParams& p, const unsigned char* codes, int blocks, std::uint16_t* out);
-void decodeRow32Sse2(const DecodeParams& p, const unsigned char* codes, int blocks, std::int32_t* out);
+FBC_X86_DECLARE_KERNELS(Sse2)
 #if defined(FBC_HAVE_AVX2_TU)
-void encodeRowAvx2(const EncodeParams& p, const int* px, int blocks, bool parity, std::uint64_t* codes);
-void decodeRowAvx2(const DecodeParams& p, const unsigned char* codes, int blocks, std::uint16_t* out);
-void decodeRow32Avx2(const DecodeParams& p, const unsigned char* codes, int blocks, std::int32_t* out);
+FBC_X86_DECLARE_KERNELS(Avx2)
 #endif
 #if defined(FBC_HAVE_AVX512_TU)
-void encodeRowAvx512(const EncodeParams& p, const int* px, int blocks, bool parity, std::uint64_t* codes);
-void decodeRowAvx512(const DecodeParams& p, const unsigned char* codes, int blocks, std::uint16_t* out);
-void decodeRow32Avx512(const DecodeParams& p, const unsigned char* codes, int blocks, std::int32_t* out);
+FBC_X86_DECLARE_KERNELS(Avx512)
 #endif
 #endif
 
