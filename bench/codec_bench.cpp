@@ -159,10 +159,46 @@ void fastDecodeRow(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kBlocks);
 }
 
+// The frame path's decoder: 32-bit samples.
+void fastDecodeRow32(benchmark::State& state) {
+    const fbc::CodecVariant& v = fbc::supportedVariants().at(static_cast<std::size_t>(state.range(0)));
+    state.SetLabel(v.name);
+    const std::vector<int> px = mixedBlocks();
+    DefaultCodec c;
+    std::vector<unsigned char> bytes(kBlocks * 8);
+    for (int b = 0; b < kBlocks; ++b) fbc::storeCode(c.encodeBlock(&px[b * 8], false), &bytes[b * 8]);
+    fbc::FastDecoder dec(c, &v);
+    std::vector<std::int32_t> out(kBlocks * 8);
+    for (auto _ : state) {
+        dec.decodeRow(bytes.data(), kBlocks * 8, out.data());
+        benchmark::DoNotOptimize(out.data());
+    }
+    state.SetItemsProcessed(state.iterations() * kBlocks);
+}
+
+// The frame drivers' byte moves and the encoder's range check; items are samples.
+void fastByteMoves(benchmark::State& state) {
+    const fbc::CodecVariant& v = fbc::supportedVariants().at(static_cast<std::size_t>(state.range(0)));
+    state.SetLabel(v.name);
+    const std::vector<int> px = mixedBlocks();
+    std::vector<unsigned char> bytes(px.size());
+    std::vector<std::int32_t> wide(px.size());
+    const int n = static_cast<int>(px.size());
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(v.inRange(px.data(), n));
+        v.narrowBytes(px.data(), n, bytes.data());
+        v.widenBytes(bytes.data(), n, wide.data());
+        benchmark::DoNotOptimize(wide.data());
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
 void variantArgs(benchmark::internal::Benchmark* b) {
     for (std::size_t i = 0; i < fbc::supportedVariants().size(); ++i) b->Arg(static_cast<int>(i));
 }
 BENCHMARK(fastEncodeRow)->Apply(variantArgs);
 BENCHMARK(fastDecodeRow)->Apply(variantArgs);
+BENCHMARK(fastDecodeRow32)->Apply(variantArgs);
+BENCHMARK(fastByteMoves)->Apply(variantArgs);
 
 }  // namespace

@@ -193,6 +193,39 @@ std::string header(const std::string& check, std::uint64_t seed, long long cs, i
     return buf;
 }
 
+std::string hexSeed(std::uint64_t seed) {
+    char buf[24];
+    std::snprintf(buf, sizeof buf, "%llx", static_cast<unsigned long long>(seed));
+    return buf;
+}
+
+// The range check and the byte moves between packed codes and 32-bit samples, against plain
+// loops, on rows of every length up to a few vectors and values in and out of 0..4095.
+std::string checkByteMoves(const CodecVariant& v, const SelfTestOptions& o) {
+    for (long long cs = 0; cs < o.count; ++cs) {
+        Rng g(o.seed ^ (0xD1B54A32D192ED03ULL * static_cast<std::uint64_t>(cs + 1)));
+        const int n = g.range(0, 100);
+        std::vector<std::int32_t> px(n);
+        for (int& x : px) x = g.range(0, 4095);
+        if (n > 0 && g.chance(2)) px[g.below(n)] = g.chance(2) ? g.range(4096, 1 << 20) : -g.range(1, 5000);
+        bool want = true;
+        for (int x : px) want = want && x >= 0 && x <= 4095;
+        const std::string at = "case " + std::to_string(cs) + ", " + std::to_string(n) + " samples: ";
+        if (v.inRange(px.data(), n) != want) return at + "range check says " + (want ? "out of range" : "in range");
+        std::vector<unsigned char> bytes(n), narrow(n);
+        for (unsigned char& b : bytes) b = static_cast<unsigned char>(g.below(256));
+        std::vector<std::int32_t> wide(n);
+        v.widenBytes(bytes.data(), n, wide.data());
+        v.narrowBytes(px.data(), n, narrow.data());
+        for (int i = 0; i < n; ++i) {
+            if (wide[i] != bytes[i]) return at + "byte " + std::to_string(i) + " widens to " + std::to_string(wide[i]);
+            if (narrow[i] != static_cast<unsigned char>(px[i]))
+                return at + "sample " + std::to_string(i) + " narrows to " + std::to_string(narrow[i]);
+        }
+    }
+    return "";
+}
+
 }  // namespace
 
 SelfTestResult runSelfTest(const SelfTestOptions& o) {
@@ -200,9 +233,19 @@ SelfTestResult runSelfTest(const SelfTestOptions& o) {
     const auto wanted = [&o](const std::string& name) { return o.filter.empty() || name.find(o.filter) != std::string::npos; };
     for (const CodecVariant& v : supportedVariants()) {
         const std::string enc = std::string("encode[") + v.name + "]", dec = std::string("decode[") + v.name + "]";
+        const std::string io = std::string("bytes[") + v.name + "]";
         const bool doEnc = wanted(enc), doDec = wanted(dec);
         if (doEnc) res.checks.push_back(enc);
         if (doDec) res.checks.push_back(dec);
+        if (wanted(io)) {
+            res.checks.push_back(io);
+            const std::string r = checkByteMoves(v, o);
+            if (!r.empty()) {
+                res.ok = false;
+                res.report = io + " differs from scalar: seed 0x" + hexSeed(o.seed) + ", " + r + "\n";
+                return res;
+            }
+        }
         if (!doEnc && !doDec) continue;
         for (long long cs = 0; cs < o.count; ++cs) {
             Rng g(o.seed ^ (0x9E3779B97F4A7C15ULL * static_cast<std::uint64_t>(cs + 1)));

@@ -14,12 +14,14 @@ namespace {
 const CommandSpec kSpec{
     "selftest",
     "[--seed S] [--count N] [--filter NAME]",
-    "Compares every vector variant of the encoder and decoder this CPU supports with the scalar\n"
-    "reference on seeded rows of blocks (noise, ramps, two levels, narrow ranges, end runs,\n"
-    "extremes), random 64-bit codes and random register values. Stops at the first mismatch and\n"
-    "prints what is needed to replay it. N register sets per check (default 2000); S is the seed\n"
-    "(default 0x5eed1234, decimal or 0x hex); NAME keeps the checks whose name contains it\n"
-    "(\"encode\", \"decode[avx2]\"). Exit status 0 when all agree, 1 at a mismatch.",
+    "Compares every vector variant of the encoder and decoder this CPU supports (sse2, avx2,\n"
+    "avx512) with the scalar reference on seeded rows of blocks (noise, ramps, two levels, narrow\n"
+    "ranges, end runs, extremes), random 64-bit codes and random register values, decoding into\n"
+    "16-bit and 32-bit samples; also the range check and the byte moves of the frame drivers.\n"
+    "Stops at the first mismatch and prints what is needed to replay it. N register sets (or byte\n"
+    "rows) per check (default 2000); S is the seed (default 0x5eed1234, decimal or 0x hex); NAME\n"
+    "keeps the checks whose name contains it (\"encode\", \"decode[avx2]\", \"bytes\"). Exit\n"
+    "status 0 when all agree, 1 at a mismatch.",
     {{"seed", "S", "seed of the inputs, default 0x5eed1234"},
      {"count", "N", "register sets per check, default 2000"},
      {"filter", "NAME", "only checks whose name contains NAME"}},

@@ -64,6 +64,79 @@ TEST_P(FastPath, ShortRowKeepsOnlyItsPixels) {
     for (int i = 0; i < 8; ++i) EXPECT_EQ(out[i], want[i]) << i;
 }
 
+// Seventeen blocks: a full vector group on every variant plus a tail, the modes taking turns.
+// DPCM flat 2000 -> 2000 << 4 = 32000; Truncate with every field 0 -> the middle of the first
+// interval, 16 << 4 = 256 (0 with round-zero); MinMax min 0 max 4095 symbols 1 2 1 2 ... ->
+// 0, 4095 << 4 = 65520 alternating; Hadamard all zero -> 0.
+constexpr int kMixedBlocks = 17;
+const std::uint64_t kMixedCodes[4] = {0x97d0000000000000ull, 0xc000000000000000ull, 0xbf0000000fff6666ull, 0};
+
+std::vector<unsigned char> mixedRow() {
+    std::vector<unsigned char> bytes(8 * kMixedBlocks);
+    for (int b = 0; b < kMixedBlocks; ++b) fbc::storeCode(kMixedCodes[b % 4], &bytes[8 * b]);
+    return bytes;
+}
+
+std::int32_t mixedPixel(int i, bool roundZero) {
+    switch (i / 8 % 4) {
+        case 0: return 32000;
+        case 1: return roundZero ? 0 : 256;
+        case 2: return (i & 1) ? 65520 : 0;
+        default: return 0;
+    }
+}
+
+TEST_P(FastPath, DecodesMixedGroupsIntoBothSampleWidths) {
+    const std::vector<unsigned char> bytes = mixedRow();
+    for (const bool roundZero : {false, true}) {
+        codec.reg_comp_de_tr_round_zero = roundZero;
+        std::vector<std::uint16_t> out16(8 * kMixedBlocks);
+        std::vector<std::int32_t> out32(8 * kMixedBlocks);
+        fbc::FastDecoder(codec, &GetParam()).decodeRow(bytes.data(), 8 * kMixedBlocks, out16.data());
+        fbc::FastDecoder(codec, &GetParam()).decodeRow(bytes.data(), 8 * kMixedBlocks, out32.data());
+        for (int i = 0; i < 8 * kMixedBlocks; ++i) {
+            EXPECT_EQ(out16[i], mixedPixel(i, roundZero)) << "pixel " << i << " round-zero " << roundZero;
+            EXPECT_EQ(out32[i], mixedPixel(i, roundZero)) << "pixel " << i << " round-zero " << roundZero;
+        }
+    }
+}
+
+TEST_P(FastPath, EncodesGroupsAndTail) {
+    // Seventeen flat-2000 blocks and one 0 4095 ... block: the codes of the hand-worked cases.
+    std::vector<int> px(8 * 18, 2000);
+    for (int i = 0; i < 8; ++i) px[8 * 17 + i] = (i & 1) ? 4095 : 0;
+    std::vector<std::uint64_t> codes(18);
+    fbc::FastEncoder(codec, &GetParam()).encodeRow(px.data(), 8 * 18, false, codes.data());
+    for (int b = 0; b < 17; ++b) EXPECT_EQ(codes[b], kEncodeCases[0].code) << b;
+    EXPECT_EQ(codes[17], kEncodeCases[1].code);
+}
+
+TEST_P(FastPath, MovesCodeBytesAndChecksRange) {
+    // 21 values: a full vector and a tail on every variant.
+    const unsigned char bytes[21] = {0, 1, 2, 127, 128, 254, 255, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 200};
+    std::int32_t wide[21];
+    GetParam().widenBytes(bytes, 21, wide);
+    for (int i = 0; i < 21; ++i) EXPECT_EQ(wide[i], bytes[i]) << i;
+    // The low byte of each sample: 263 = 0x107 -> 7, -1 -> 255, 4095 = 0xfff -> 255.
+    std::int32_t samples[21] = {263, -1, 4095};
+    for (int i = 3; i < 21; ++i) samples[i] = i;
+    unsigned char narrow[21];
+    GetParam().narrowBytes(samples, 21, narrow);
+    EXPECT_EQ(narrow[0], 7);
+    EXPECT_EQ(narrow[1], 255);
+    EXPECT_EQ(narrow[2], 255);
+    for (int i = 3; i < 21; ++i) EXPECT_EQ(narrow[i], i) << i;
+    std::int32_t range[21] = {};
+    range[20] = 4095;
+    EXPECT_TRUE(GetParam().inRange(range, 21));
+    range[20] = 4096;
+    EXPECT_FALSE(GetParam().inRange(range, 21));
+    range[20] = 0;
+    range[3] = -1;
+    EXPECT_FALSE(GetParam().inRange(range, 21));
+    EXPECT_TRUE(GetParam().inRange(range, 3));
+}
+
 std::vector<fbc::CodecVariant> variants() { return fbc::supportedVariants(); }
 
 std::string variantName(const ::testing::TestParamInfo<fbc::CodecVariant>& v) { return v.param.name; }
@@ -76,7 +149,7 @@ TEST(FastPathChecker, EveryVariantMatchesTheReference) {
     o.count = 150;
     const fbc::SelfTestResult r = fbc::runSelfTest(o);
     EXPECT_TRUE(r.ok) << r.report;
-    EXPECT_EQ(r.checks.size(), 2 * fbc::supportedVariants().size());
+    EXPECT_EQ(r.checks.size(), 3 * fbc::supportedVariants().size());  // encode, decode, bytes
 }
 
 }  // namespace
