@@ -182,6 +182,7 @@ public:
     EdgeResult& edge(int member) { return Edge[member - 2]; }
     const EdgeResult& edge(int member) const { return Edge[member - 2]; }
 
-    // The cost that mode selection sees for a mode (4095 for curve, which has none).
+    // The cost that mode selection sees for a mode (4095 for curve and for numbers that name no
+    // mode, which have none).
     int modeCost(int mode) const;
 };

@@ -22,8 +22,10 @@ int Compression1x8::modeCost(int mode) const {
         case kModeMinMax: return MinMaxMaxErr;
         case kModeDpcm: return DPCMMaxErr;
         case kModeTruncate: return TruncateMaxErr;
-        case kModeCurve: return 4095;
-        default: return edge(mode - 3).MaxErr;
+        case kModeEdge2: case kModeEdge3: case kModeEdge4:
+        case kModeEdge5: case kModeEdge6: case kModeEdge7:
+            return edge(mode - 3).MaxErr;
+        default: return 4095;  // Curve has no cost; nor have remapped numbers beyond the modes
     }
 }
 

@@ -4,6 +4,8 @@
 #define FBC_KERNEL(name) name##Avx512
 // GCC 12's 256-bit extract and insert intrinsics start from a deliberately undefined vector and
 // draw a false maybe-uninitialized warning when inlined.
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include "codec/x86/Kernels.inc"
 #endif
