@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -50,8 +51,29 @@ struct Cursor {
   std::size_t pos = 0;
   bool atEnd() const { return pos >= bytes.size(); }
   int next() { return atEnd() ? -1 : bytes[pos++]; }
+  // The next token. A mark glued to its front ("-16", "+5", "1.5" read as "1" then ".5") stays
+  // with it, so that the strict reader rejects the field instead of taking the mark for a
+  // separator and reading a negative size as a positive one.
   std::string token() {
-    return scanToken([this] { return next(); });
+    int before = '\n';  // the file's start counts as a line start
+    bool started = false, comment = false;
+    std::string t = scanToken([&] {
+      const int ch = next();
+      if (started || ch < 0) return ch;
+      if (comment) {
+        comment = ch != '\n';
+        before = ch;
+      } else if (ch == '#') {
+        comment = true;
+      } else if (isTokenChar(ch)) {
+        started = true;
+      } else {
+        before = ch;
+      }
+      return ch;
+    });
+    if (!t.empty() && !std::isspace(before)) t.insert(t.begin(), static_cast<char>(before));
+    return t;
   }
 };
 

@@ -266,7 +266,26 @@ INSTANTIATE_TEST_SUITE_P(
         BadFile{"P3\n1 1 0\n", "maximum value 0 is out of range (1..65535)"},
         BadFile{"P3\n1 1 255\n1 2\n", "header says 1x1 but only 2 of 3 samples follow"},
         BadFile{"P3\n1 1 255\n1 2 300\n", "sample 2 is 300, above the maximum value 255"},
-        BadFile{"P3\n1 1 255\n1 x2 3\n", "sample 1 \"x2\" is not a number"}));
+        BadFile{"P3\n1 1 255\n1 x2 3\n", "sample 1 \"x2\" is not a number"},
+        // A sign is not a separator: a negative size or sample is rejected, not read unsigned.
+        BadFile{"P6\n-16 4\n255\n" + std::string(192, 'x'), "width \"-16\" is not a number"},
+        BadFile{"P6 16\t+4 255\n" + std::string(192, 'x'), "height \"+4\" is not a number"},
+        BadFile{"P3\n1 1 255\n1 -2 3\n", "sample 1 \"-2\" is not a number"}));
+
+// Comments between fields end with their line; the token after one is read as it stands.
+TEST(ReportingParsers, CommentBeforeFieldIsNoMark) {
+  TempDir dir;
+  const std::string path = dir.file("in.ppm");
+  writeBytes(path, "P3\n# made by hand, -1 #\n1 # width\n1\n255\n1 2 3\n");
+  int w = 0;
+  int h = 0;
+  std::vector<std::uint16_t> rgb;
+  std::string error;
+  ASSERT_TRUE(fbc::parsePPM(path, 8, w, h, rgb, error)) << error;
+  EXPECT_EQ(w, 1);
+  EXPECT_EQ(h, 1);
+  EXPECT_EQ(rgb, (std::vector<std::uint16_t>{1, 2, 3}));
+}
 
 TEST(ReportingParsers, MissingFile) {
   std::vector<std::uint16_t> samples;
