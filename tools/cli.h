@@ -161,10 +161,13 @@ Frame compressImage(Compression1x8& codec, const Frame& image, int cfa, int fram
 // --params FILE.ini and the repeatable --set KEY=VALUE of every command that codes.
 extern const OptionSpec kOptParams;
 extern const OptionSpec kOptSet;
+// --registers FILE: the register map parameters are checked against (tools/codec_config.h).
+extern const OptionSpec kOptRegisters;
 
 // Registers of the codec for every subcommand: the block's software defaults with the block
-// enabled, then the parameter file of --params, then each --set in order. Any problem of the
-// file or an override is a usage Error listing every message (tools/codec_config.cpp).
+// enabled, then the parameter file of --params, then each --set in order, checked against the
+// register map of --registers (the built-in one when absent). Any problem of the map, the file
+// or an override is a usage Error listing every message (tools/codec_config.cpp).
 void configureCodec(Compression1x8& codec, const Args& args);
 
 }  // namespace fbc::cli

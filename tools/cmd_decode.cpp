@@ -18,7 +18,7 @@ const CommandSpec kSpec{
     "  .raw  W x H little-endian 16-bit values\n"
     "  .pgm  a 16-bit grey picture of the values\n"
     "  .ppm  a 16-bit colour picture: the values as a Bayer mosaic of --cfa, demosaiced",
-    {kOptWidth, kOptHeight, kOptCfa, kOptParams, kOptSet},
+    {kOptWidth, kOptHeight, kOptCfa, kOptParams, kOptSet, kOptRegisters},
     2,
     2};
 

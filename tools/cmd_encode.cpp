@@ -15,7 +15,7 @@ const CommandSpec kSpec{
     "give them. OUT.bin is the compressed frame without header: H rows of ((W + 7) & ~7)\n"
     "bytes, eight bytes per block of eight pixels, each block's 64-bit code stored\n"
     "little-endian.\n\n" FBC_INPUT_PICTURE_HELP,
-    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex, kOptRawMode, kOptParams, kOptSet},
+    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex, kOptRawMode, kOptParams, kOptSet, kOptRegisters},
     2,
     2};
 

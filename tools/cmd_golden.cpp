@@ -28,7 +28,7 @@ const CommandSpec kSpec{
     "fbc_golden_ref_dec_input_0007.txt and fbc_golden_ref_dec_0007.txt. Registers as in 'fbc encode'; a parameter file that\n"
     "disables the block (reg_fbc_en=0) writes no golden files.\n\n" FBC_INPUT_PICTURE_HELP,
     {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, kOptFrameIndex, {"outdir", "DIR", "directory for the golden files"},
-     kOptParams, kOptSet},
+     kOptParams, kOptSet, kOptRegisters},
     1,
     1};
 
@@ -37,7 +37,6 @@ const CommandSpec kSpec{
 int runGolden(const Words& argv) {
   Args args;
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
-  const Size size = imageSize(args);
   const int cfa = cfaOption(args);
   args.value("frame-index");  // required here: it names the files
   const int frameIndex = frameIndexOption(args);
@@ -60,7 +59,7 @@ int runGolden(const Words& argv) {
   const fs::path scratch = scratchDir.path();
   codec.m_dumpLevel = 1;
   codec.m_outputDir = scratch.string();
-  Frame decoded(size.width, size.height, Frame::CS_RAW, 16);
+  Frame decoded(image.width, image.height, Frame::CS_RAW, 16);
   codec.compressDecompressFrame(image, decoded, cfa, frameIndex);
 
   char index[16];

@@ -33,7 +33,7 @@ namespace fs = std::filesystem;
 
 const CommandSpec kSpec{
     "random",
-    "--count N --seed S --outdir DIR [--settings FILE.ini] [--images DIR]",
+    "--count N --seed S --outdir DIR [--settings FILE.ini] [--images DIR] [--registers FILE]",
     "Generates N random regression tests into DIR/test_0000 ... Each test draws the block's\n"
     "parameters and an input picture (a random crop of a .ppm or .pgm picture from --images,\n"
     "else a generated one), runs the block on it for every frame at golden-dump level 1 and\n"
@@ -54,7 +54,8 @@ const CommandSpec kSpec{
      {"seed", "S", "master seed, 0..4294967295"},
      {"outdir", "DIR", "directory of the tests (created if missing)"},
      {"settings", "FILE.ini", "generator settings, section [GlobalControl]"},
-     {"images", "DIR", "pictures (.ppm, .pgm) to crop inputs from"}},
+     {"images", "DIR", "pictures (.ppm, .pgm) to crop inputs from"},
+     kOptRegisters},
     0,
     0};
 
@@ -88,6 +89,10 @@ Settings readSettings(const std::string& path) {
 
   std::error_code ec;
   if (!fs::is_regular_file(path, ec)) inputError(path + ": cannot open: not a regular file");
+  const TextProblem notText = checkTextFile(path, INI_BUFFERSIZE - 1);
+  if (!notText.reason.empty()) {
+    inputError(path + ": line " + std::to_string(notText.line) + ": " + notText.reason);
+  }
   IniFileIO ini(path);
   if (!ini.isSectionExist(kSection)) inputError(path + ": no section [" + std::string(kSection) + "]");
   std::vector<std::string> problems;
@@ -208,7 +213,8 @@ struct TestCase {
   std::string source;  // "generated" or "crop of NAME at (x, y)"
 };
 
-std::string runScript(const TestCase& t, unsigned int masterSeed, int frames) {
+// `registers` is the absolute path of the --registers map, empty for the built-in one.
+std::string runScript(const TestCase& t, unsigned int masterSeed, int frames, const std::string& registers) {
   char head[512];
   std::snprintf(head, sizeof head,
                 "#!/bin/sh\n"
@@ -223,13 +229,20 @@ std::string runScript(const TestCase& t, unsigned int masterSeed, int frames) {
                 masterSeed, t.index, t.seed, t.width, t.height, t.cfa, t.enabled ? "enabled" : "disabled", frames,
                 frames == 1 ? "" : "s", t.source.c_str());
   std::string text = head;
+  std::string mapOption;
+  if (!registers.empty()) {
+    // Single-quoted for the shell: a quote inside the path closes, escapes and reopens.
+    mapOption = " --registers '";
+    for (char c : registers) mapOption += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    mapOption += "'";
+  }
   for (int f = 0; f < frames; ++f) {
     char line[256];
     std::snprintf(line, sizeof line,
                   "\"${FBC:-fbc}\" golden --params params.ini --width %d --height %d --cfa %d --frame-index %d "
-                  "--outdir \"$out\" input.raw\n",
+                  "--outdir \"$out\"",
                   t.width, t.height, t.cfa, f);
-    text += line;
+    text += line + mapOption + " input.raw\n";
   }
   return text;
 }
@@ -265,6 +278,9 @@ int runRandom(const Words& argv) {
   const std::string outdir = args.value("outdir");
   if (outdir.empty()) usageError("--outdir: empty directory name");
   const Settings settings = readSettings(args.has("settings") ? args.value("settings") : "");
+  const RegisterMap registerMap(args);
+  const std::string registersPath =
+      args.has("registers") ? fs::absolute(args.value("registers")).string() : std::string();
   const std::vector<std::string> pictures =
       args.has("images") ? listPictures(args.value("images")) : std::vector<std::string>();
   const bool randomRange = settings["use_random_range"] != 0;
@@ -272,7 +288,7 @@ int runRandom(const Words& argv) {
 
   ensureDirectory(outdir);
   std::cout << "seed " << masterSeed << '\n';
-  RegisterTable& regs = builtinRegisters();
+  RegisterTable& regs = registerMap.table();
   std::map<std::pair<std::string, int>, Frame> loaded;  // pictures by path and Bayer layout
   std::mt19937 master(masterSeed);
   Progress progress(count);
@@ -296,7 +312,7 @@ int runRandom(const Words& argv) {
     std::vector<std::string> errors;
     drawn.randomParam(regs, randomRange, errors);
     drawn.randomSpecificParam(regs, global, randomRange, errors);
-    if (!errors.empty()) failure("built-in register table: " + errors.front());
+    if (!errors.empty()) failure("register table: " + errors.front());
     t.enabled = randomVal(0, 99) < settings["enable_percent"];
     drawn.setEnable(t.enabled);
 
@@ -341,11 +357,11 @@ int runRandom(const Words& argv) {
     const fs::path target = fs::path(outdir) / name;
     {
       const ScratchDir scratch(outdir);
-      writeParamFile(drawn, scratch.file("params.ini"));
+      writeParamFile(drawn, regs, scratch.file("params.ini"));
       writeFileAtomic(scratch.file("input.raw"), raw16(input));
 
       Compression1x8 codec("FBC", false);
-      loadRegisters(codec, scratch.file("params.ini"), {});
+      loadRegisters(codec, regs, scratch.file("params.ini"), {});
       codec.m_dumpLevel = 1;
       codec.m_outputDir = scratch.path();
       global.width = t.width;
@@ -360,7 +376,7 @@ int runRandom(const Words& argv) {
         if (!codec.run(in, out, global, scratch.path(), 0)) failure(std::string(name) + ": the block failed");
       }
       const std::string script = scratch.file("run.sh");
-      writeFileAtomic(script, runScript(t, masterSeed, frames));
+      writeFileAtomic(script, runScript(t, masterSeed, frames, registersPath));
       ::chmod(script.c_str(), 0755);
 
       // mkdtemp made the directory for its owner only; give it a normal directory's permissions.

@@ -15,11 +15,11 @@ namespace {
 
 const CommandSpec kSpec{
     "regs",
-    "[--set KEY=VALUE ...] IN.ini",
+    "[--set KEY=VALUE ...] [--registers FILE] IN.ini",
     "Loads IN.ini over the defaults (then every --set) and prints the block's 16-bit registers\n"
-    "as the built-in register map composes them, one line \"0xAAAA 0xVVVV\" (address, value)\n"
-    "per register, in ascending address order.",
-    {kOptSet},
+    "as the register map composes them (the built-in one, or the file of --registers), one line\n"
+    "\"0xAAAA 0xVVVV\" (address, value) per register, in ascending address order.",
+    {kOptSet, kOptRegisters},
     1,
     1};
 
@@ -28,12 +28,13 @@ const CommandSpec kSpec{
 int runRegs(const Words& argv) {
   Args args;
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
+  const RegisterMap regs(args);
   Compression1x8 codec("FBC", false);
-  loadRegisters(codec, args.positional()[0], args.values("set"));
+  loadRegisters(codec, regs.table(), args.positional()[0], args.values("set"));
   std::map<int, int> values;
   std::vector<std::string> errors;
-  if (!codec.getRegisterValue(builtinRegisters(), values, errors)) {
-    failure("built-in register table: " + (errors.empty() ? std::string("incomplete") : errors.front()));
+  if (!codec.getRegisterValue(regs.table(), values, errors)) {
+    failure("register table: " + (errors.empty() ? std::string("incomplete") : errors.front()));
   }
   std::string text;
   char line[32];

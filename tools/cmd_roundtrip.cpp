@@ -22,7 +22,7 @@ const CommandSpec kSpec{
     "absolute error of each pixel as heat) and, for Bayer input (a .ppm, or any input with\n"
     "--cfa), the demosaiced input and decoded pictures side by side (compare.ppm).\n\n" FBC_INPUT_PICTURE_HELP,
     {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, {"out", "DIR", "directory for the pictures"}, kOptParams,
-     kOptSet},
+     kOptSet, kOptRegisters},
     1,
     1};
 

@@ -67,8 +67,8 @@ void checkValueText(const std::string& path, const std::string& section, const s
 // `init` over an opened file, then the checks the library does not make. With `blockSection`
 // the file must hold the block's own section; with `reportAbsent` keys missing from it are
 // reported too.
-std::vector<std::string> loadChecked(Compression1x8& codec, IniFileIO& ini, bool blockSection,
-                                     bool reportAbsent) {
+std::vector<std::string> loadChecked(Compression1x8& codec, RegisterTable& regs, IniFileIO& ini,
+                                     bool blockSection, bool reportAbsent) {
   std::vector<std::string> problems;
   const std::string block = codec.getName();
   if (blockSection && !ini.isSectionExist(block.c_str())) {
@@ -78,7 +78,7 @@ std::vector<std::string> loadChecked(Compression1x8& codec, IniFileIO& ini, bool
 
   std::vector<std::string> messages;
   TGlobalParam global;
-  codec.init(ini, builtinRegisters(), global, messages);
+  codec.init(ini, regs, global, messages);
   std::set<std::string> absent;
   for (const auto& binding : codec.bindings()) {
     const auto& name = binding.second.name;
@@ -122,6 +122,9 @@ std::vector<std::string> loadChecked(Compression1x8& codec, IniFileIO& ini, bool
 
 const OptionSpec kOptParams{"params", "FILE.ini",
                             "parameter file loaded over the defaults; keys absent keep theirs"};
+const OptionSpec kOptRegisters{"registers", "FILE",
+                               "register map to check parameters against, in the format of "
+                               "data/fbc_registers.txt; default: built in"};
 const OptionSpec kOptSet{"set", "KEY=VALUE",
                          "override one register after the file, e.g. reg_tr_ext_en=1 or an array "
                          "reg_mode_en=1,1,0,1,1,1,1,1,1,1,1",
@@ -138,41 +141,76 @@ RegisterTable& builtinRegisters() {
   return table;
 }
 
+RegisterMap::RegisterMap(const Args& args) : table_(&builtinRegisters()) {
+  if (!args.has("registers")) return;
+  const std::string& path = args.value("registers");
+  checkInputFile(path);
+  const TextProblem text = checkTextFile(path, 0);
+  if (!text.reason.empty()) inputError(path + ":" + std::to_string(text.line) + ": " + text.reason);
+  own_ = std::make_unique<RegisterTable>();
+  std::string error;
+  if (!fbc::loadRegisterTable(path, *own_, error)) inputError(error);
+  // A map without one of the block's parameters would fail every later step with a message per
+  // binding; say it once, here.
+  const Compression1x8 probe("FBC", false);
+  std::size_t missing = 0;
+  std::string first;
+  for (const auto& binding : probe.bindings()) {
+    const auto& name = binding.second.name;
+    if (own_->lookupParam(name.first, name.second) >= 0) continue;
+    if (missing++ == 0) first = name.first + "/" + name.second;
+  }
+  if (missing != 0) {
+    inputError(path + ": no entry for parameter \"" + first + "\"" +
+               (missing > 1 ? " (and " + std::to_string(missing - 1) + " more)" : std::string()));
+  }
+  table_ = own_.get();
+}
+
+RegisterMap::~RegisterMap() = default;
+
 void resetCodec(Compression1x8& codec) {
   codec.setSWinit();
   codec.setEnable(true);
 }
 
 void configureCodec(Compression1x8& codec, const Args& args) {
-  loadRegisters(codec, args.has("params") ? args.value("params") : std::string(), args.values("set"));
+  const RegisterMap regs(args);
+  loadRegisters(codec, regs.table(), args.has("params") ? args.value("params") : std::string(),
+                args.values("set"));
 }
 
-void loadRegisters(Compression1x8& codec, const std::string& paramsPath,
+void loadRegisters(Compression1x8& codec, RegisterTable& regs, const std::string& paramsPath,
                    const std::vector<std::string>& overrides) {
   resetCodec(codec);
-  if (!paramsPath.empty()) throwProblems(paramsPath, loadParamFile(codec, paramsPath));
+  if (!paramsPath.empty()) throwProblems(paramsPath, loadParamFile(codec, regs, paramsPath));
   for (const std::string& keyValue : overrides) {
-    throwProblems("--set " + keyValue, applyOverride(codec, keyValue));
+    throwProblems("--set " + keyValue, applyOverride(codec, regs, keyValue));
   }
 }
 
-std::vector<std::string> loadParamFile(Compression1x8& codec, const std::string& path) {
-  return readParamFile(codec, path, false);
+std::vector<std::string> loadParamFile(Compression1x8& codec, RegisterTable& regs,
+                                       const std::string& path) {
+  std::vector<std::string> problems = readParamFile(codec, regs, path, false);
+  collapseRangeErrors(problems);
+  return problems;
 }
 
-std::vector<std::string> checkParamFile(Compression1x8& codec, const std::string& path) {
-  std::vector<std::string> problems = readParamFile(codec, path, true);
+std::vector<std::string> checkParamFile(Compression1x8& codec, RegisterTable& regs,
+                                        const std::string& path) {
+  std::vector<std::string> problems = readParamFile(codec, regs, path, true);
   std::vector<std::string> errors;
-  codec.checkParam(builtinRegisters(), errors);
+  codec.checkParam(regs, errors);
   // An out-of-range value is reported by both the load and the check; list it once.
   for (const std::string& e : errors) {
     if (std::find(problems.begin(), problems.end(), e) == problems.end()) problems.push_back(e);
   }
+  collapseRangeErrors(problems);
   return problems;
 }
 
-std::vector<std::string> readParamFile(Compression1x8& codec, const std::string& path,
-                                       bool reportAbsent) {
+std::vector<std::string> readParamFile(Compression1x8& codec, RegisterTable& regs,
+                                       const std::string& path, bool reportAbsent) {
   std::error_code ec;
   if (!std::filesystem::exists(path, ec)) return {"cannot open: No such file or directory"};
   if (!std::filesystem::is_regular_file(path, ec)) return {"not a regular file"};
@@ -181,11 +219,14 @@ std::vector<std::string> readParamFile(Compression1x8& codec, const std::string&
   } else {
     return {std::string("cannot open: ") + std::strerror(errno)};
   }
+  const TextProblem text = checkTextFile(path, INI_BUFFERSIZE - 1);
+  if (!text.reason.empty()) return {"line " + std::to_string(text.line) + ": " + text.reason};
   IniFileIO ini(path);
-  return loadChecked(codec, ini, true, reportAbsent);
+  return loadChecked(codec, regs, ini, true, reportAbsent);
 }
 
-std::vector<std::string> applyOverride(Compression1x8& codec, const std::string& keyValue) {
+std::vector<std::string> applyOverride(Compression1x8& codec, RegisterTable& regs,
+                                       const std::string& keyValue) {
   const std::size_t eq = keyValue.find('=');
   if (eq == std::string::npos || eq == 0) return {"expected KEY=VALUE"};
   const std::string key = keyValue.substr(0, eq);
@@ -210,15 +251,17 @@ std::vector<std::string> applyOverride(Compression1x8& codec, const std::string&
     }
   }
   IniFileIO ini(path);
-  return loadChecked(codec, ini, false, false);
+  std::vector<std::string> problems = loadChecked(codec, regs, ini, false, false);
+  collapseRangeErrors(problems);
+  return problems;
 }
 
-std::string renderParams(Compression1x8& codec) {
+std::string renderParams(Compression1x8& codec, RegisterTable& regs) {
   const ScratchDir scratch;
   const std::string path = scratch.file("params.ini");
   IniFileIO ini(path);
   std::vector<std::string> errors;
-  codec.saveParam(ini, builtinRegisters(), errors, false);
+  codec.saveParam(ini, regs, errors, false);
   if (!errors.empty()) {
     std::string message = errors.front();
     for (std::size_t i = 1; i < errors.size(); ++i) message += "\n" + errors[i];
@@ -227,8 +270,77 @@ std::string renderParams(Compression1x8& codec) {
   return readText(path);
 }
 
-void writeParamFile(Compression1x8& codec, const std::string& path) {
-  writeFileAtomic(path, renderParams(codec));
+void writeParamFile(Compression1x8& codec, RegisterTable& regs, const std::string& path) {
+  writeFileAtomic(path, renderParams(codec, regs));
+}
+
+TextProblem checkTextFile(const std::string& path, std::size_t maxLine) {
+  std::ifstream in(path, std::ios::binary);
+  TextProblem problem;
+  problem.line = 1;
+  // The line's length so far; a CR counts only once a byte other than the LF follows it, as the
+  // reader takes "\r\n" as the terminator and a lone CR as content.
+  std::size_t length = 0;
+  bool pendingCr = false;
+  const auto tooLong = [&](std::size_t extra) {
+    length += extra;
+    if (maxLine == 0 || length <= maxLine) return false;
+    problem.reason = "longer than " + std::to_string(maxLine) + " bytes";
+    return true;
+  };
+  char buffer[1 << 16];
+  while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
+    const std::streamsize n = in.gcount();
+    for (std::streamsize i = 0; i < n; ++i) {
+      const unsigned char c = static_cast<unsigned char>(buffer[i]);
+      if (c == '\n') {
+        ++problem.line;
+        length = 0;
+        pendingCr = false;
+        continue;
+      }
+      if ((c < 0x20 && c != '\t' && c != '\r') || c == 0x7F) {
+        char hex[8];
+        std::snprintf(hex, sizeof hex, "0x%02x", c);
+        problem.reason = std::string("control byte ") + hex + " (not a text file)";
+        return problem;
+      }
+      if (tooLong((pendingCr ? 1u : 0u) + (c == '\r' ? 0u : 1u))) return problem;
+      pendingCr = c == '\r';
+    }
+    if (!in) break;
+  }
+  if (pendingCr) tooLong(1);
+  return problem;
+}
+
+void collapseRangeErrors(std::vector<std::string>& problems) {
+  // The library's message: Parameter "SECTION/KEY" is out of range! V is not in [LO, HI]!
+  const std::string marker = "\" is out of range! ";
+  std::vector<std::string> kept;
+  std::vector<std::size_t> extra;
+  for (const std::string& p : problems) {
+    const std::size_t end = p.find(marker);
+    if (end != std::string::npos && p.compare(0, 11, "Parameter \"") == 0) {
+      const std::string head = p.substr(0, end + marker.size());
+      const auto same = std::find_if(kept.begin(), kept.end(), [&](const std::string& k) {
+        return k.compare(0, head.size(), head) == 0;
+      });
+      if (same != kept.end()) {
+        ++extra[static_cast<std::size_t>(same - kept.begin())];
+        continue;
+      }
+    }
+    kept.push_back(p);
+    extra.push_back(0);
+  }
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    if (extra[i] != 0) {
+      kept[i] += " (and " + std::to_string(extra[i]) + " more element" + (extra[i] == 1 ? "" : "s") +
+                 " out of range)";
+    }
+  }
+  problems = std::move(kept);
 }
 
 void throwProblems(const std::string& object, const std::vector<std::string>& problems) {

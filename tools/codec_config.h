@@ -3,6 +3,8 @@
 // parameter file's own syntax.
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,8 +13,26 @@ class RegisterTable;
 
 namespace fbc::cli {
 
+class Args;
+
 // The register map built into the library, read once; a broken map is an internal failure.
 RegisterTable& builtinRegisters();
+
+// The register map a command checks parameters against: the file of --registers when given,
+// else the built-in one. A file the reader rejects is an input Error "FILE:LINE: reason"; so is
+// a map that lacks a parameter the block binds.
+class RegisterMap {
+ public:
+  explicit RegisterMap(const Args& args);
+  ~RegisterMap();
+  RegisterMap(const RegisterMap&) = delete;
+  RegisterMap& operator=(const RegisterMap&) = delete;
+  RegisterTable& table() const { return *table_; }
+
+ private:
+  std::unique_ptr<RegisterTable> own_;
+  RegisterTable* table_;
+};
 
 // The tool's starting point for every register set: the block's software defaults
 // (setSWinit) with the block enabled.
@@ -20,30 +40,47 @@ void resetCodec(Compression1x8& codec);
 
 // resetCodec, then the parameter file (none when `paramsPath` is empty), then each "KEY=VALUE"
 // override in order; the first that has problems ends in a usage Error listing them all.
-void loadRegisters(Compression1x8& codec, const std::string& paramsPath,
+void loadRegisters(Compression1x8& codec, RegisterTable& regs, const std::string& paramsPath,
                    const std::vector<std::string>& overrides);
 
-// Loads `path` into the codec through `init` over the built-in map and returns every problem,
+// Loads `path` into the codec through `init` over the map `regs` and returns every problem,
 // each one line without the file name: the library's messages (keys absent from the file are
 // not problems; they keep their values), a missing block section, keys in the block's
 // sections that name no bound parameter (with the nearest real name), and values that are not
 // exactly the bound number of comma-separated integers.
-std::vector<std::string> loadParamFile(Compression1x8& codec, const std::string& path);
+std::vector<std::string> loadParamFile(Compression1x8& codec, RegisterTable& regs,
+                                       const std::string& path);
 
 // The same with nothing left out: keys absent from the file are reported as the library
 // reports them, followed by what `checkParam` finds that the load did not already say.
-std::vector<std::string> checkParamFile(Compression1x8& codec, const std::string& path);
-std::vector<std::string> readParamFile(Compression1x8& codec, const std::string& path,
-                                       bool reportAbsent);
+std::vector<std::string> checkParamFile(Compression1x8& codec, RegisterTable& regs,
+                                        const std::string& path);
+std::vector<std::string> readParamFile(Compression1x8& codec, RegisterTable& regs,
+                                       const std::string& path, bool reportAbsent);
 
 // Applies one "KEY=VALUE" override with the checks of loadParamFile; returns the problems.
-std::vector<std::string> applyOverride(Compression1x8& codec, const std::string& keyValue);
+std::vector<std::string> applyOverride(Compression1x8& codec, RegisterTable& regs,
+                                       const std::string& keyValue);
 
 // The effective register set as a parameter file: "[Enable]" and "[FBC]" sections, one
 // key=value line per parameter, arrays comma-separated. Loading it reproduces the set.
-std::string renderParams(Compression1x8& codec);
+std::string renderParams(Compression1x8& codec, RegisterTable& regs);
 // The same text written atomically to `path`.
-void writeParamFile(Compression1x8& codec, const std::string& path);
+void writeParamFile(Compression1x8& codec, RegisterTable& regs, const std::string& path);
+
+// The first reason a file cannot be read as text by line-based readers: a NUL or other control
+// byte (tab, CR and LF are text), or a line longer than `maxLine` bytes without its terminator
+// (0: any length), which the INI reader would cut short in silence. `line` is 1-based; an empty
+// reason means none.
+struct TextProblem {
+  int line = 0;
+  std::string reason;
+};
+TextProblem checkTextFile(const std::string& path, std::size_t maxLine);
+
+// The range errors of one array, one per element out of range, as a single line per parameter:
+// the first element's message followed by how many more there are.
+void collapseRangeErrors(std::vector<std::string>& problems);
 
 // Problems as one error text, each line "<object>: <problem>" (the dispatcher prefixes every
 // line with the command); throws a usage Error when there is any.

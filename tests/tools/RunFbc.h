@@ -18,16 +18,24 @@ struct Outcome {
   std::string err;
 };
 
-// Runs `fbc ARGS` inside `dir` with its output streams captured to files outside it.
-inline Outcome runFbc(const TempDir& dir, const std::string& args) {
+// Runs `fbc ARGS` inside `dir` with its output streams captured to files outside it; `env`, when
+// given, is a list of shell variable assignments ("TMPDIR=...") for the tool's environment.
+inline Outcome runFbc(const TempDir& dir, const std::string& args, const std::string& env = "") {
   const std::string outFile = dir.path() + ".out", errFile = dir.path() + ".err";
-  const std::string cmd = "cd '" + dir.path() + "' && '" FBC_BINARY_DIR "/fbc' " + args + " >'" + outFile +
-                          "' 2>'" + errFile + "'";
+  const std::string cmd = "cd '" + dir.path() + "' && " + env + (env.empty() ? "" : " ") + "'" FBC_BINARY_DIR
+                          "/fbc' " + args + " >'" + outFile + "' 2>'" + errFile + "'";
   const int raw = std::system(cmd.c_str());
   Outcome r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readBytes(outFile), readBytes(errFile)};
   std::filesystem::remove(outFile);
   std::filesystem::remove(errFile);
   return r;
+}
+
+// Top-level names in `dir`, directories included: a failed run must not even create one.
+inline std::set<std::string> listDir(const std::string& dir) {
+  std::set<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(dir)) names.insert(e.path().filename().string());
+  return names;
 }
 
 // Every regular file below `dir`, by path relative to it.
@@ -38,5 +46,33 @@ inline std::set<std::string> listTree(const std::string& dir) {
   }
   return names;
 }
+
+// Every parameter at the default of the register map, in binding order; the curve keys appear
+// once although each is bound twice.
+inline const char kDefaultParams[] =
+    "[Enable]\n"
+    "reg_fbc_en=1\n"
+    "[FBC]\n"
+    "reg_compress_edgefisrt_enable=1\n"
+    "reg_compress_edgefisrt_finalth=2000\n"
+    "reg_compress_edgemin_th=2000\n"
+    "reg_compress_edgemin_ratio=1\n"
+    "reg_edge_diffmin_th=200\n"
+    "reg_comp_enc_trun_rnd=0\n"
+    "reg_comp_de_tr_round_md=0\n"
+    "reg_comp_de_tr_round_zero=0\n"
+    "reg_dpcm_swing_rounder_en=0\n"
+    "reg_dpcm_pmin_lsb_update_en=0\n"
+    "reg_dpcm_stepsize_expansion_en=0\n"
+    "reg_tr_ext_en=0\n"
+    "reg_tr_ext_rb=0\n"
+    "reg_mode_en=1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1\n"
+    "reg_mode_definition=0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10\n"
+    "reg_curve_mode_en=0\n"
+    "reg_comp_lut_in=32, 512, 2048, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095\n"
+    "reg_comp_lut_out=32, 128, 220, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255\n"
+    "reg_comp_lut_slope=4096, 819, 245, 70, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0\n"
+    "reg_uncomp_lut_slope=256, 1280, 4274, 14973, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0\n"
+    "sw_dpcm_swing_en=0\n";
 
 }  // namespace fbc::test

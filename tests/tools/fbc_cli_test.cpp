@@ -1,6 +1,5 @@
 // The fbc tool as a user meets it: exit statuses, the one-line errors, the files it leaves.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -9,32 +8,16 @@
 #include <string>
 #include <vector>
 
-#include "tests/image/TempDir.h"
+#include "tests/tools/RunFbc.h"
 
 namespace {
 
-namespace fs = std::filesystem;
+using fbc::test::listDir;
+using fbc::test::Outcome;
 using fbc::test::readBytes;
+using fbc::test::runFbc;
 using fbc::test::TempDir;
 using fbc::test::writeBytes;
-
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-// Runs the tool inside `dir` with its output streams captured to files outside it.
-Outcome runFbc(const TempDir& dir, const std::string& args) {
-  const std::string outFile = dir.path() + ".out", errFile = dir.path() + ".err";
-  const std::string cmd = "cd '" + dir.path() + "' && '" FBC_BINARY_DIR "/fbc' " + args + " >'" + outFile +
-                          "' 2>'" + errFile + "'";
-  const int raw = std::system(cmd.c_str());
-  Outcome r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readBytes(outFile), readBytes(errFile)};
-  fs::remove(outFile);
-  fs::remove(errFile);
-  return r;
-}
 
 // Little-endian 16-bit samples, as the tool reads .raw files.
 std::string raw16(const std::vector<int>& samples) {
@@ -44,12 +27,6 @@ std::string raw16(const std::vector<int>& samples) {
     s += static_cast<char>((v >> 8) & 0xFF);
   }
   return s;
-}
-
-std::set<std::string> listDir(const std::string& dir) {
-  std::set<std::string> names;
-  for (const auto& e : fs::directory_iterator(dir)) names.insert(e.path().filename().string());
-  return names;
 }
 
 // 12x3 image, samples 5 except 4096 at index 14 = pixel (2, 1) in bad.raw.

@@ -12,18 +12,13 @@
 namespace {
 
 namespace fs = std::filesystem;
+using fbc::test::listDir;
 using fbc::test::Outcome;
 using fbc::test::readBytes;
 using fbc::test::runFbc;
 using fbc::test::TempDir;
 using fbc::test::writeBytes;
 
-// Top-level names in `dir`, directories included: a failed run must not even create one.
-std::set<std::string> listDir(const std::string& dir) {
-  std::set<std::string> names;
-  for (const auto& e : fs::directory_iterator(dir)) names.insert(e.path().filename().string());
-  return names;
-}
 
 // Big-endian 16-bit samples, as binary PNM bodies with a maximum above 255 hold them.
 std::string be16(const std::vector<int>& samples) {

@@ -17,33 +17,7 @@ using fbc::test::runFbc;
 using fbc::test::TempDir;
 using fbc::test::writeBytes;
 
-// Every parameter at the default of the register map, in binding order; the curve keys appear
-// once although each is bound twice.
-const char kDefaults[] =
-    "[Enable]\n"
-    "reg_fbc_en=1\n"
-    "[FBC]\n"
-    "reg_compress_edgefisrt_enable=1\n"
-    "reg_compress_edgefisrt_finalth=2000\n"
-    "reg_compress_edgemin_th=2000\n"
-    "reg_compress_edgemin_ratio=1\n"
-    "reg_edge_diffmin_th=200\n"
-    "reg_comp_enc_trun_rnd=0\n"
-    "reg_comp_de_tr_round_md=0\n"
-    "reg_comp_de_tr_round_zero=0\n"
-    "reg_dpcm_swing_rounder_en=0\n"
-    "reg_dpcm_pmin_lsb_update_en=0\n"
-    "reg_dpcm_stepsize_expansion_en=0\n"
-    "reg_tr_ext_en=0\n"
-    "reg_tr_ext_rb=0\n"
-    "reg_mode_en=1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1\n"
-    "reg_mode_definition=0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10\n"
-    "reg_curve_mode_en=0\n"
-    "reg_comp_lut_in=32, 512, 2048, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095\n"
-    "reg_comp_lut_out=32, 128, 220, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255\n"
-    "reg_comp_lut_slope=4096, 819, 245, 70, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0\n"
-    "reg_uncomp_lut_slope=256, 1280, 4274, 14973, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0\n"
-    "sw_dpcm_swing_en=0\n";
+const std::string kDefaults = fbc::test::kDefaultParams;
 
 // 16x2 little-endian samples 0..4095 with edges, ramps and flat runs.
 std::string sampleImage() {
