@@ -239,6 +239,30 @@ TEST(Regs, OverridesComposeIntoTheirFields) {
   EXPECT_NE(r.out.find("0x0030 0xffff\n0x0031 0x0000\n"), std::string::npos);
 }
 
+// A map of --registers replaces the built-in one: here reg_tr_ext_en moves from bit 9 of 0x0001
+// to bit 0 of a register 0x0100 of its own, and its range narrows to 0..0.
+TEST(Regs, RegistersOptionReplacesTheMap) {
+  const TempDir dir;
+  std::string map = readBytes(FBC_SOURCE_DIR "/data/fbc_registers.txt");
+  const std::string from = "param FBC reg_tr_ext_en                     0 1        default 0\n  field 0x0001 9:9\n";
+  ASSERT_NE(map.find(from), std::string::npos);
+  map.replace(map.find(from), from.size(), "param FBC reg_tr_ext_en 0 0 default 0\n  field 0x0100 0:0\n");
+  writeBytes(dir.file("map.txt"), map);
+  writeBytes(dir.file("p.ini"), "[FBC]\nreg_tr_ext_rb=1\n");
+
+  Outcome r = runFbc(dir, "regs --registers map.txt p.ini");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("0x0001 0x0401\n"), std::string::npos);  // edge-first 1, bit 10 set
+  EXPECT_NE(r.out.find("0x0100 0x0000\n"), std::string::npos);
+
+  r = runFbc(dir, "regs --registers map.txt --set reg_tr_ext_en=1 p.ini");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "fbc regs: --set reg_tr_ext_en=1: Parameter \"FBC/reg_tr_ext_en\" is out of range! 1 is not in "
+                   "[0, 0]!\n");
+  r = runFbc(dir, "regs --set reg_tr_ext_en=1 p.ini");
+  EXPECT_EQ(r.status, 0) << r.err;
+}
+
 TEST(ParamsCheck, CleanFileExitsZero) {
   const TempDir dir;
   writeBytes(dir.file("d.ini"), kDefaults);
