@@ -23,8 +23,8 @@ void failure(const std::string& message) { throw Error(kExitFailure, message); }
 
 namespace {
 
-const OptionSpec* findOption(const CommandSpec& spec, const std::string& name) {
-  for (const OptionSpec& o : spec.options) {
+const OptionSpec* findOption(const CommandSpec& cmd, const std::string& name) {
+  for (const OptionSpec& o : cmd.options) {
     if (name == o.name) return &o;
   }
   return nullptr;
@@ -84,13 +84,13 @@ long long Args::requiredInteger(const std::string& name, long long lo, long long
   return v;
 }
 
-bool parseArgs(const CommandSpec& spec, const std::vector<std::string>& argv, Args& args) {
+bool parseArgs(const CommandSpec& cmd, const std::vector<std::string>& argv, Args& args) {
   bool optionsDone = false;
   for (std::size_t i = 0; i < argv.size(); ++i) {
     const std::string& word = argv[i];
     if (optionsDone || word.size() < 2 || word.compare(0, 2, "--") != 0) {
       if (!optionsDone && word.size() > 1 && word[0] == '-') {
-        usageError("unknown option '" + word + "' (try 'fbc " + spec.name + " --help')");
+        usageError("unknown option '" + word + "' (try 'fbc " + cmd.name + " --help')");
       }
       args.positional_.push_back(word);
       continue;
@@ -100,14 +100,14 @@ bool parseArgs(const CommandSpec& spec, const std::vector<std::string>& argv, Ar
       continue;
     }
     if (word == "--help") {
-      printHelp(spec);
+      printHelp(cmd);
       return false;
     }
     const std::size_t eq = word.find('=');
     const std::string name = word.substr(2, eq == std::string::npos ? std::string::npos : eq - 2);
-    const OptionSpec* opt = findOption(spec, name);
+    const OptionSpec* opt = findOption(cmd, name);
     if (opt == nullptr) {
-      usageError("unknown option '--" + name + "' (try 'fbc " + spec.name + " --help')");
+      usageError("unknown option '--" + name + "' (try 'fbc " + cmd.name + " --help')");
     }
     if (args.has(name) && !opt->repeatable) usageError("option --" + name + " given twice");
     std::vector<std::string>& slot = args.values_[name];
@@ -122,23 +122,23 @@ bool parseArgs(const CommandSpec& spec, const std::vector<std::string>& argv, Ar
     }
   }
   const int n = static_cast<int>(args.positional_.size());
-  if (n < spec.minPositional || n > spec.maxPositional) {
-    const std::string expected = spec.minPositional == spec.maxPositional
-                                     ? plural(spec.minPositional, "argument")
-                                     : std::to_string(spec.minPositional) + " to " +
-                                           plural(spec.maxPositional, "argument");
+  if (n < cmd.minPositional || n > cmd.maxPositional) {
+    const std::string expected = cmd.minPositional == cmd.maxPositional
+                                     ? plural(cmd.minPositional, "argument")
+                                     : std::to_string(cmd.minPositional) + " to " +
+                                           plural(cmd.maxPositional, "argument");
     usageError("expected " + expected + ", got " + std::to_string(n) + " (usage: fbc " +
-               spec.name + " " + spec.synopsis + ")");
+               cmd.name + " " + cmd.synopsis + ")");
   }
   return true;
 }
 
-void printHelp(const CommandSpec& spec) {
-  std::cout << "usage: fbc " << spec.name << ' ' << spec.synopsis << "\n\n"
-            << spec.description << "\n";
-  if (spec.options.empty()) return;
+void printHelp(const CommandSpec& cmd) {
+  std::cout << "usage: fbc " << cmd.name << ' ' << cmd.synopsis << "\n\n"
+            << cmd.description << "\n";
+  if (cmd.options.empty()) return;
   std::cout << "\noptions:\n";
-  for (const OptionSpec& o : spec.options) {
+  for (const OptionSpec& o : cmd.options) {
     std::string left = std::string("--") + o.name;
     if (o.valueName != nullptr) left += std::string(" ") + o.valueName;
     if (o.repeatable) left += " ...";

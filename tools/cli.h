@@ -75,8 +75,8 @@ class Args {
 // and "--" before positional arguments that start with a dash. On --help prints the help to
 // standard output and returns false: the command then ends with kExitOk. Throws a usage Error
 // for an unknown option, a missing value, a repeated option or a wrong argument count.
-bool parseArgs(const CommandSpec& spec, const std::vector<std::string>& argv, Args& args);
-void printHelp(const CommandSpec& spec);
+bool parseArgs(const CommandSpec& cmd, const std::vector<std::string>& argv, Args& args);
+void printHelp(const CommandSpec& cmd);
 
 // Options several subcommands share.
 extern const OptionSpec kOptWidth;

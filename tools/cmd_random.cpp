@@ -84,7 +84,7 @@ struct Settings {
 
 Settings readSettings(const std::string& path) {
   Settings s;
-  for (const SettingSpec& spec : kSettings) s.value[spec.key] = spec.fallback;
+  for (const SettingSpec& setting : kSettings) s.value[setting.key] = setting.fallback;
   if (path.empty()) return s;
 
   std::error_code ec;
@@ -97,7 +97,7 @@ Settings readSettings(const std::string& path) {
   if (!ini.isSectionExist(kSection)) inputError(path + ": no section [" + std::string(kSection) + "]");
   std::vector<std::string> problems;
   std::vector<std::string> names{kCfaKey};
-  for (const SettingSpec& spec : kSettings) names.push_back(spec.key);
+  for (const SettingSpec& setting : kSettings) names.push_back(setting.key);
   for (const std::string& key : ini.keys().at(kSection)) {
     if (std::find(names.begin(), names.end(), key) == names.end()) {
       problems.push_back("unknown setting \"" + key + "\" (nearest name: " + nearestName(key, names) + ")");
@@ -112,11 +112,11 @@ Settings readSettings(const std::string& path) {
       continue;
     }
     const bool isCfa = key == kCfaKey;
-    const SettingSpec* spec = nullptr;
+    const SettingSpec* setting = nullptr;
     for (const SettingSpec& candidate : kSettings) {
-      if (key == candidate.key) spec = &candidate;
+      if (key == candidate.key) setting = &candidate;
     }
-    const long long lo = isCfa ? 0 : spec->lo, hi = isCfa ? 3 : spec->hi;
+    const long long lo = isCfa ? 0 : setting->lo, hi = isCfa ? 3 : setting->hi;
     if (!isCfa && list.size() != 1) {
       problems.push_back("setting \"" + key + "\" takes one value");
       continue;
