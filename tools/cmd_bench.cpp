@@ -33,21 +33,6 @@ const CommandSpec kSpec{
     0,
     0};
 
-// splitmix64: the frames are the same on every machine.
-class Rng {
- public:
-  explicit Rng(std::uint64_t seed) : state_(seed) {}
-  std::uint32_t next() {
-    std::uint64_t z = (state_ += 0x9E3779B97F4A7C15ULL);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    return static_cast<std::uint32_t>((z ^ (z >> 31)) >> 32);
-  }
-  int below(int n) { return static_cast<int>(next() % static_cast<std::uint32_t>(n)); }
-
- private:
-  std::uint64_t state_;
-};
 
 // The demo chart tiled to w x h: every mode has its share.
 Frame chartFrame(int w, int h) {

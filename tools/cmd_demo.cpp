@@ -30,21 +30,6 @@ const CommandSpec kSpec{
 constexpr int kChartWidth = 640;
 constexpr int kChartHeight = 480;
 
-// A small fixed generator (splitmix64): the chart is the same on every machine and library.
-class Rng {
- public:
-  explicit Rng(std::uint64_t seed) : state_(seed) {}
-  std::uint32_t next() {
-    std::uint64_t z = (state_ += 0x9E3779B97F4A7C15ULL);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    return static_cast<std::uint32_t>((z ^ (z >> 31)) >> 32);
-  }
-  int below(int n) { return static_cast<int>(next() % static_cast<std::uint32_t>(n)); }
-
- private:
-  std::uint64_t state_;
-};
 
 int clamp12(int v) { return v < 0 ? 0 : (v > 4095 ? 4095 : v); }
 
