@@ -213,14 +213,14 @@ RgbImage sideBySide(const RgbImage& left, const RgbImage& right, int gap) {
   return out;
 }
 
-bool writeFileAtomically(const std::string& path, const std::string& bytes, std::string& error) {
+bool writeFileAtomically(const std::string& path, const void* data, std::size_t size, std::string& error) {
   const std::string temp = path + ".part";
   std::FILE* fp = std::fopen(temp.c_str(), "wb");
   if (fp == nullptr) {
     error = path + ": cannot create file (" + std::strerror(errno) + ")";
     return false;
   }
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), fp) == bytes.size();
+  const bool written = std::fwrite(data, 1, size, fp) == size;
   const bool closed = std::fclose(fp) == 0;
   if (!written || !closed) {
     error = path + ": write failed (" + std::strerror(errno) + ")";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,9 @@ RgbImage sideBySide(const RgbImage& left, const RgbImage& right, int gap);
 
 // Writes the bytes to a temporary file in the same directory and renames it into place, so a
 // failed write never leaves a truncated file under the final name.
-bool writeFileAtomically(const std::string& path, const std::string& bytes, std::string& error);
+bool writeFileAtomically(const std::string& path, const void* data, std::size_t size, std::string& error);
+inline bool writeFileAtomically(const std::string& path, const std::string& bytes, std::string& error) {
+  return writeFileAtomically(path, bytes.data(), bytes.size(), error);
+}
 
 }  // namespace fbc

@@ -177,36 +177,8 @@ std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expec
 }
 
 void writeFileAtomic(const std::string& path, const void* data, std::size_t size) {
-  const std::size_t slash = path.rfind('/');
-  const std::string dir = slash == std::string::npos ? "" : path.substr(0, slash + 1);
-  const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
-  std::string temp = dir + "." + base + ".XXXXXX";
-  const int fd = ::mkstemp(temp.data());
-  if (fd < 0) failure(path + ": cannot create: " + systemError());
-
-  const char* p = static_cast<const char*>(data);
-  std::size_t left = size;
-  while (left > 0) {
-    const ssize_t n = ::write(fd, p, left);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      const std::string why = systemError();
-      ::close(fd);
-      std::remove(temp.c_str());
-      failure(path + ": write error: " + why);
-    }
-    p += n;
-    left -= static_cast<std::size_t>(n);
-  }
-  // mkstemp creates the file for its owner only; give it the permissions of a normal output.
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  if (::fchmod(fd, 0666 & ~mask) != 0 || ::close(fd) != 0 ||
-      std::rename(temp.c_str(), path.c_str()) != 0) {
-    const std::string why = systemError();
-    std::remove(temp.c_str());
-    failure(path + ": cannot write: " + why);
-  }
+  std::string error;
+  if (!fbc::writeFileAtomically(path, data, size, error)) failure(error);
 }
 
 ScratchDir::ScratchDir(const std::string& parent) {

@@ -106,8 +106,8 @@ inline int paddedWidth(int width) { return (width + 7) & ~7; }
 std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expected,
                                     const std::string& layout);
 
-// Writes `bytes` to a temporary file beside `path` and renames it into place; on any failure the
-// temporary is removed and `path` is left as it was.
+// fbc::writeFileAtomically (a temporary file beside `path`, renamed into place; on failure
+// `path` is left as it was), its failure turned into the tool's error with exit status 1.
 void writeFileAtomic(const std::string& path, const void* data, std::size_t size);
 inline void writeFileAtomic(const std::string& path, const std::vector<unsigned char>& bytes) {
   writeFileAtomic(path, bytes.data(), bytes.size());

@@ -118,7 +118,7 @@ TEST(Cli, UnwritableOutputIsAFailureNotUsage) {
   writeInputs(dir);
   const Outcome r = runFbc(dir, "encode --width 12 --height 3 in.raw nodir/out.bin");
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, "fbc encode: nodir/out.bin: cannot create: No such file or directory\n");
+  EXPECT_EQ(r.err, "fbc encode: nodir/out.bin: cannot create file (No such file or directory)\n");
 }
 
 // Row 0 of a 12x2 image: a flat block of 0x123, then 0x123 x4 padded with four zeros.
