@@ -1,6 +1,5 @@
 #include "tools/cli.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
