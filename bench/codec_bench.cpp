@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "codec/Compression1x8.h"
@@ -29,6 +30,20 @@ std::vector<int> mixedBlocks() {
             }
             px[b * 8 + i] = v > 4095 ? 4095 : v;
         }
+    }
+    return px;
+}
+
+// Rows the fast encoder sees: mixed blocks; calm ones (gentle ramps DPCM codes exactly, no lane
+// needing the edge members' trial); full-range noise (every group trying them).
+std::vector<int> contentBlocks(int content) {
+    if (content == 0) return mixedBlocks();
+    std::vector<int> px(kBlocks * 8);
+    std::uint32_t s = 77;
+    const auto next = [&s] { return (s = s * 1664525u + 1013904223u) >> 8; };
+    for (int b = 0; b < kBlocks; ++b) {
+        const int base = static_cast<int>(next() % 3900);
+        for (int i = 0; i < 8; ++i) px[b * 8 + i] = content == 1 ? base + 3 * i : static_cast<int>(next() % 4096);
     }
     return px;
 }
@@ -128,11 +143,13 @@ void referenceEncodeBlock(benchmark::State& state) {
 }
 BENCHMARK(referenceEncodeBlock);
 
-// The fast path's row kernels, per variant the CPU runs; items are blocks.
+// The fast path's row kernels, per variant the CPU runs; items are blocks. The encoder also per
+// content: mixed (0), calm (1), noise (2).
 void fastEncodeRow(benchmark::State& state) {
     const fbc::CodecVariant& v = fbc::supportedVariants().at(static_cast<std::size_t>(state.range(0)));
-    state.SetLabel(v.name);
-    const std::vector<int> px = mixedBlocks();
+    static const char* const kContent[] = {"mixed", "calm", "noise"};
+    state.SetLabel(std::string(v.name) + " " + kContent[state.range(1)]);
+    const std::vector<int> px = contentBlocks(static_cast<int>(state.range(1)));
     DefaultCodec c;
     fbc::FastEncoder enc(c, &v);
     std::vector<fbc::BlockCode> codes(kBlocks);
@@ -181,7 +198,11 @@ void fastByteMoves(benchmark::State& state) {
 void variantArgs(benchmark::internal::Benchmark* b) {
     for (std::size_t i = 0; i < fbc::supportedVariants().size(); ++i) b->Arg(static_cast<int>(i));
 }
-BENCHMARK(fastEncodeRow)->Apply(variantArgs);
+void variantContentArgs(benchmark::internal::Benchmark* b) {
+    for (std::size_t i = 0; i < fbc::supportedVariants().size(); ++i)
+        for (int content = 0; content < 3; ++content) b->Args({static_cast<int>(i), content});
+}
+BENCHMARK(fastEncodeRow)->Apply(variantContentArgs);
 BENCHMARK_TEMPLATE(fastDecodeRow, std::uint16_t)->Apply(variantArgs);
 BENCHMARK_TEMPLATE(fastDecodeRow, std::int32_t)->Apply(variantArgs);
 BENCHMARK(fastByteMoves)->Apply(variantArgs);

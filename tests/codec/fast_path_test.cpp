@@ -111,6 +111,43 @@ TEST_P(FastPath, EncodesGroupsAndTail) {
     EXPECT_EQ(codes[17], kEncodeCases[1].code);
 }
 
+// 2000 2010 2000 2000 2000 2000 2000 2030 coded by an edge member after remapping DPCM to it.
+// DPCM codes the block exactly (range 30, step 1) and wins at cost 0, so no lane needs the edge
+// members' trial; the member's fields still come from its own statistics. Head range 10 is below
+// the tail's 30: direction 1 (the head), and 10 > 7 gives shift 1 (half 1). Base 2000; index of
+// 2010 is (10 + 1) >> 1 = 5, of 2000 is 0; the coarse pixels keep 2000 or 2030 without their
+// dropped bits.
+// Edge2: prefix 0xa at 60, shift 1 at 58, direction at 57, base 250 (2000 >> 3) at 6, indices
+// 0 5 at 0 and 3, six 7-bit fields from bit 15: 62 x5, 2030 >> 5 = 63.
+// Edge4: prefix 0x16 at 59, shift 1 at 57, direction at 56, base 500 (2000 >> 2) at 12, indices
+// 0 5 0 0, fields 125 (8 bits) at 22, 250 (9) at 30, 250 (9) at 39, 2030 >> 4 = 126 (8) at 48.
+struct RemapCase {
+    const char* name;
+    int member;
+    bool edgesEnabled;
+    std::uint64_t code;
+};
+const RemapCase kRemapCases[] = {
+    {"edge2", fbc::kModeEdge2, true, 0xa6fdf3e7cf9f3ea8ull},
+    {"edge4 with every edge member disabled", fbc::kModeEdge4, false, 0xb37e7d3e9f5f4028ull},
+};
+
+TEST_P(FastPath, CalmGroupRemappedToAnEdgeMemberHasItsFields) {
+    const int block[8] = {2000, 2010, 2000, 2000, 2000, 2000, 2000, 2030};
+    std::vector<int> px;
+    for (int b = 0; b < 17; ++b) px.insert(px.end(), block, block + 8);
+    for (const RemapCase& c : kRemapCases) {
+        codec.setSWinit();
+        codec.setEnable(true);
+        codec.reg_mode_definition[fbc::kModeDpcm] = c.member;
+        for (int m = fbc::kModeEdge2; m <= fbc::kModeEdge7; ++m) codec.reg_mode_en[m] = c.edgesEnabled;
+        std::vector<std::uint64_t> codes(17);
+        fbc::FastEncoder(codec, &GetParam()).encodeRow(px.data(), 8 * 17, false, codes.data());
+        for (int b = 0; b < 17; ++b) EXPECT_EQ(codes[b], c.code) << c.name << ", block " << b;
+        EXPECT_EQ(codec.encodeBlock(block, false), c.code) << c.name << ", reference";
+    }
+}
+
 TEST_P(FastPath, MovesCodeBytesAndChecksRange) {
     // 21 values: a full vector and a tail on every variant.
     const unsigned char bytes[21] = {0, 1, 2, 127, 128, 254, 255, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 200};
