@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <type_traits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -52,13 +54,19 @@ class Mat {
     return *this;
   }
 
+  // Buffers start on a cache line (64 bytes), so whole-line vector stores can address them.
+  static constexpr std::size_t kBufferAlignment = 64;
+
   // Drops the current buffer and allocates a zero-filled one; the offsets are kept.
   void create(int w, int h) {
+    static_assert(std::is_trivially_destructible<T>::value, "samples are plain values");
     const long long n = static_cast<long long>(w) * static_cast<long long>(h);
     if (n < 0 || static_cast<unsigned long long>(n) > static_cast<std::size_t>(-1) / sizeof(T)) {
       throw std::bad_array_new_length();
     }
-    T* buffer = new T[static_cast<std::size_t>(n)]();
+    T* buffer = static_cast<T*>(
+        ::operator new(static_cast<std::size_t>(n) * sizeof(T), std::align_val_t{kBufferAlignment}));
+    std::uninitialized_value_construct_n(buffer, static_cast<std::size_t>(n));
     dropBuffer();
     data = buffer;
     refCount = new int(1);
@@ -104,7 +112,7 @@ class Mat {
   void dropBuffer() {
     if (refCount == nullptr) return;
     if (*refCount == 1) {
-      delete[] data;
+      ::operator delete(data, std::align_val_t{kBufferAlignment});
       delete refCount;
       data = nullptr;
       refCount = nullptr;
