@@ -294,23 +294,29 @@ SelfTestResult runSelfTest(const SelfTestOptions& o) {
                     codec.decodeBlock(loadCode(&bytes[8 * b]), out);
                     for (int i = 0; i < 8 && 8 * b + i < width; ++i) want[8 * b + i] = static_cast<std::uint16_t>(out[i] << 4);
                 }
-                // Both outputs: 16-bit samples (the raw decoder) and 32-bit ones (frames).
-                std::vector<std::int32_t> have32(width);
+                // Every output: 16-bit samples (the raw decoder), 32-bit ones (frames) from code
+                // bytes, and from a compressed frame's samples, whose bits above the code byte
+                // carry noise the decoder must ignore.
+                std::vector<std::int32_t> have32(width), haveFrame(width), samples(bytes.size());
+                for (std::size_t i = 0; i < bytes.size(); ++i)
+                    samples[i] = static_cast<std::int32_t>(g.chance(4) ? (g.next() & ~0xFFull) | bytes[i] : bytes[i]);
                 FastDecoder(codec, &v).decodeRow(bytes.data(), width, have.data());
                 FastDecoder(codec, &v).decodeRow(bytes.data(), width, have32.data());
+                FastDecoder(codec, &v).decodeRow(samples.data(), width, haveFrame.data());
                 for (int i = 0; i < width; ++i) {
-                    if (want[i] == have[i] && want[i] == have32[i]) continue;
-                    // Report the output that differs (the 32-bit one when the 16-bit one agrees).
+                    if (want[i] == have[i] && want[i] == have32[i] && want[i] == haveFrame[i]) continue;
+                    // Report the output that differs: 16-bit, else 32-bit, else from samples.
                     const bool wide = want[i] == have[i];
+                    const bool frame = wide && want[i] == have32[i];
                     std::vector<std::int32_t> shown(have.begin(), have.end());
-                    if (wide) shown = have32;
+                    if (wide) shown = frame ? haveFrame : have32;
                     const int b = i / 8;
                     res.ok = false;
                     res.report = header(dec, o.seed, cs, b) + "  code " + hex64(loadCode(&bytes[8 * b])) +
                                  "; registers differing from defaults: " + registersDifferingFromDefaults(codec) +
                                  "\n  scalar";
                     for (int k = 8 * b; k < 8 * b + 8 && k < width; ++k) res.report += " " + std::to_string(want[k] >> 4);
-                    res.report += std::string("  ") + v.name + (wide ? " (32-bit)" : "");
+                    res.report += std::string("  ") + v.name + (frame ? " (frame samples)" : wide ? " (32-bit)" : "");
                     for (int k = 8 * b; k < 8 * b + 8 && k < width; ++k) res.report += " " + std::to_string(shown[k] >> 4);
                     res.report += "  first differing pixel " + std::to_string(i - 8 * b) + "\n";
                     return res;

@@ -13,8 +13,8 @@ namespace {
 
 #define FBC_VARIANT(name, isa)                                                                    \
     CodecVariant {                                                                                \
-        name, x86::encodeRow##isa, x86::decodeRow##isa, x86::decodeRow32##isa, x86::inRange##isa, \
-            x86::widenBytes##isa, x86::narrowBytes##isa                                           \
+        name, x86::encodeRow##isa, x86::decodeRow##isa, x86::decodeRow32##isa,                    \
+            x86::decodeFrameRow##isa, x86::inRange##isa, x86::widenBytes##isa, x86::narrowBytes##isa \
     }
 
 std::vector<CodecVariant> detectVariants() {
@@ -83,6 +83,7 @@ void makeDecodeParams(const Compression1x8& c, x86::DecodeParams& p) {
     p.truncExt = c.reg_tr_ext_en != 0;
     p.roundMd = c.reg_comp_de_tr_round_md != 0;
     p.roundZero = c.reg_comp_de_tr_round_zero != 0;
+    p.streamOut = 0;
     const bool md = c.reg_comp_de_tr_round_md != 0, zero = c.reg_comp_de_tr_round_zero != 0;
     // Reconstruction at the middle of the interval unless a rounding register says otherwise.
     const auto half = [&](int t) { return md || (zero && t == 0) ? 0 : 1; };
@@ -134,18 +135,19 @@ FastDecoder::FastDecoder(Compression1x8& codec, const CodecVariant* variant) : c
     if (variant_) makeDecodeParams(codec, params_);
 }
 
-template <class Out, class Kernel>
-void FastDecoder::decodeRowWith(Kernel kernel, const unsigned char* codes, int width, Out* out) {
-    const int full = width / 8;
-    if (variant_ == nullptr) {
-        for (int x = 0; x < width; x += 8) {
-            int px[8];
-            codec_.decodeBlock(loadCode(codes + x), px);
-            const int n = std::min(width - x, 8);
-            for (int i = 0; i < n; ++i) out[x + i] = static_cast<Out>(px[i] << 4);
-        }
-        return;
+template <class Out>
+void FastDecoder::decodeRowReference(const unsigned char* codes, int width, Out* out) {
+    for (int x = 0; x < width; x += 8) {
+        int px[8];
+        codec_.decodeBlock(loadCode(codes + x), px);
+        const int n = std::min(width - x, 8);
+        for (int i = 0; i < n; ++i) out[x + i] = static_cast<Out>(px[i] << 4);
     }
+}
+
+template <class In, class Out, class Kernel>
+void FastDecoder::decodeRowWith(Kernel kernel, const In* codes, int width, Out* out) {
+    const int full = width / 8;
     kernel(params_, codes, full, out);
     if (full * 8 != width) {
         Out last[8];
@@ -155,11 +157,22 @@ void FastDecoder::decodeRowWith(Kernel kernel, const unsigned char* codes, int w
 }
 
 void FastDecoder::decodeRow(const unsigned char* codes, int width, std::uint16_t* out) {
-    decodeRowWith(variant_ ? variant_->decodeRow : nullptr, codes, width, out);
+    if (variant_ == nullptr) return decodeRowReference(codes, width, out);
+    decodeRowWith(variant_->decodeRow, codes, width, out);
 }
 
 void FastDecoder::decodeRow(const unsigned char* codes, int width, std::int32_t* out) {
-    decodeRowWith(variant_ ? variant_->decodeRow32 : nullptr, codes, width, out);
+    if (variant_ == nullptr) return decodeRowReference(codes, width, out);
+    decodeRowWith(variant_->decodeRow32, codes, width, out);
+}
+
+void FastDecoder::decodeRow(const std::int32_t* samples, int width, std::int32_t* out) {
+    if (variant_ == nullptr) {
+        bytes_.resize(static_cast<std::size_t>((width + 7) & ~7));
+        for (std::size_t i = 0; i < bytes_.size(); ++i) bytes_[i] = static_cast<unsigned char>(samples[i]);
+        return decodeRowReference(bytes_.data(), width, out);
+    }
+    decodeRowWith(variant_->decodeFrameRow, samples, width, out);
 }
 
 }  // namespace fbc

@@ -20,6 +20,7 @@ struct CodecVariant {
     x86::EncodeRowFn encodeRow;
     x86::DecodeRowFn decodeRow;
     x86::DecodeRow32Fn decodeRow32;
+    x86::DecodeFrameRowFn decodeFrameRow;
     x86::InRangeFn inRange;
     x86::WidenBytesFn widenBytes;
     x86::NarrowBytesFn narrowBytes;
@@ -62,14 +63,22 @@ public:
     void decodeRow(const unsigned char* codes, int width, std::uint16_t* out);
     // The same into 32-bit samples (a decoded frame's pixels).
     void decodeRow(const unsigned char* codes, int width, std::int32_t* out);
+    // The same from a compressed frame's row of `width` samples, the code bytes in their low
+    // bytes (reading whole 8-sample codes).
+    void decodeRow(const std::int32_t* samples, int width, std::int32_t* out);
+    // Whether 32-bit rows are written past the caches (for outputs much larger than them).
+    void setStreaming(bool on) { params_.streamOut = on; }
 
 private:
-    template <class Out, class Kernel>
-    void decodeRowWith(Kernel kernel, const unsigned char* codes, int width, Out* out);
+    template <class In, class Out, class Kernel>
+    void decodeRowWith(Kernel kernel, const In* codes, int width, Out* out);
+    template <class Out>
+    void decodeRowReference(const unsigned char* codes, int width, Out* out);
 
     Compression1x8& codec_;
     const CodecVariant* variant_;
-    x86::DecodeParams params_;
+    x86::DecodeParams params_{};
+    std::vector<unsigned char> bytes_;  // a frame row's code bytes, on the reference path
 };
 
 }  // namespace fbc

@@ -58,26 +58,26 @@ void compressRowsFast(Compression1x8& codec, const Frame& in, Frame& out, bool o
     }
 }
 
+constexpr std::size_t kStreamBytes = std::size_t{8} << 20;
+
 void decompressRowsFast(Compression1x8& codec, const Frame& in, Frame& out) {
     const CodecVariant* variant = activeVariant();
     FastDecoder decoder(codec, variant);
-    std::vector<unsigned char> bytes(static_cast<std::size_t>(in.width));
-    // A narrower output keeps the left part of each decoded row.
+    // A decoded frame much larger than the caches is written past them: its lines are not read
+    // before being overwritten, nor soon after.
+    decoder.setStreaming(out.size() * sizeof(PIXEL) > kStreamBytes);
+    // A narrower output keeps the left part of each decoded row. The input's width is a
+    // multiple of 8: every code is whole.
     const bool direct = out.width >= in.width;
     std::vector<PIXEL> px(direct ? 0 : static_cast<std::size_t>(in.width));
     const int n = direct ? in.width : out.width;
     for (int y = 0; y < in.height; ++y) {
         const PIXEL* src = in.data + static_cast<std::size_t>(y) * in.width;
-        if (variant) {
-            variant->narrowBytes(src, in.width, bytes.data());
-        } else {
-            for (int x = 0; x < in.width; ++x) bytes[x] = static_cast<unsigned char>(src[x]);
-        }
         PIXEL* dst = out.data + static_cast<std::size_t>(y) * out.width;
         if (direct) {
-            decoder.decodeRow(bytes.data(), in.width, dst);
+            decoder.decodeRow(src, in.width, dst);
         } else {
-            decoder.decodeRow(bytes.data(), in.width, px.data());
+            decoder.decodeRow(src, in.width, px.data());
             std::copy(px.begin(), px.begin() + n, dst);
         }
     }

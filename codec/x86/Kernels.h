@@ -37,6 +37,7 @@ struct DecodeParams {
     std::int32_t truncExt;          // reg_tr_ext_en != 0
     std::int32_t roundMd;           // reg_comp_de_tr_round_md != 0: truncations rebuild at the interval start
     std::int32_t roundZero;         // reg_comp_de_tr_round_zero != 0: a zero field rebuilds as 0
+    std::int32_t streamOut;         // 32-bit output rows aligned to a vector bypass the caches
     std::uint16_t curveOut[256];    // curve byte -> 12-bit pixel
     std::uint16_t truncCoarse[128]; // 7-bit Truncate field -> 12-bit pixel
     std::uint16_t truncFine[256];   // 7-bit field and extension bit -> 12-bit pixel
@@ -54,6 +55,9 @@ using DecodeRowFn = void (*)(const DecodeParams& p, const unsigned char* codes, 
                              std::uint16_t* out);
 using DecodeRow32Fn = void (*)(const DecodeParams& p, const unsigned char* codes, int blocks,
                                std::int32_t* out);
+// The same from a compressed frame's row: code byte k in the low byte of sample k.
+using DecodeFrameRowFn = void (*)(const DecodeParams& p, const std::int32_t* codes, int blocks,
+                                  std::int32_t* out);
 
 // Whether all of n samples are 0..4095 (the encoder kernels' input range).
 using InRangeFn = bool (*)(const std::int32_t* px, int n);
@@ -65,6 +69,7 @@ using NarrowBytesFn = void (*)(const std::int32_t* in, int n, unsigned char* out
     void encodeRow##isa(const EncodeParams& p, const int* px, int blocks, bool parity, std::uint64_t* codes); \
     void decodeRow##isa(const DecodeParams& p, const unsigned char* codes, int blocks, std::uint16_t* out);   \
     void decodeRow32##isa(const DecodeParams& p, const unsigned char* codes, int blocks, std::int32_t* out);  \
+    void decodeFrameRow##isa(const DecodeParams& p, const std::int32_t* codes, int blocks, std::int32_t* out); \
     bool inRange##isa(const std::int32_t* px, int n);                                                 \
     void widenBytes##isa(const unsigned char* in, int n, std::int32_t* out);                         \
     void narrowBytes##isa(const std::int32_t* in, int n, unsigned char* out);

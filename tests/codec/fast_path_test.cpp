@@ -8,6 +8,7 @@
 #include "codec/Compression1x8.h"
 #include "codec/FastCheck.h"
 #include "codec/FastCodec.h"
+#include "image/Frame.h"
 
 namespace {
 
@@ -99,6 +100,29 @@ TEST_P(FastPath, DecodesMixedGroupsIntoBothSampleWidths) {
             EXPECT_EQ(out32[i], mixedPixel(i, roundZero)) << "pixel " << i << " round-zero " << roundZero;
         }
     }
+}
+
+TEST(FastPathFrame, LargeFrameDecodesFromItsSamplesPastTheCaches) {
+    // 2048 x 1100 32-bit pixels (9 MB, above the streaming threshold): the mixed row's codes
+    // repeated, one code byte per sample with noise above it, decode to the mixed pixels.
+    const int width = 2048, height = 1100;
+    const std::vector<unsigned char> row = mixedRow();
+    Compression1x8 codec("FBC", false);
+    codec.setSWinit();
+    codec.setEnable(true);
+    Frame in;
+    in.create(width, height);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) in.data[y * width + x] = row[x % row.size()] | (x * 0x3100 + y * 0x700);
+    Frame out;
+    out.create(width, height);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(out.data) % 64, 0u);
+    codec.DecompressFrame(in, out, -1);
+    int wrong = 0;
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            wrong += out.data[y * width + x] != mixedPixel(static_cast<int>(x % row.size()), false);
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST_P(FastPath, EncodesGroupsAndTail) {
