@@ -178,6 +178,24 @@ void fastDecodeRow(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kBlocks);
 }
 
+// The frame path's decoder: codes read from a compressed frame's 32-bit samples.
+void fastDecodeFrameRow(benchmark::State& state) {
+    const fbc::CodecVariant& v = fbc::supportedVariants().at(static_cast<std::size_t>(state.range(0)));
+    state.SetLabel(v.name);
+    const std::vector<int> px = mixedBlocks();
+    DefaultCodec c;
+    std::vector<unsigned char> bytes(kBlocks * 8);
+    for (int b = 0; b < kBlocks; ++b) fbc::storeCode(c.encodeBlock(&px[b * 8], false), &bytes[b * 8]);
+    const std::vector<std::int32_t> samples(bytes.begin(), bytes.end());
+    fbc::FastDecoder dec(c, &v);
+    std::vector<std::int32_t> out(kBlocks * 8);
+    for (auto _ : state) {
+        dec.decodeRow(samples.data(), kBlocks * 8, out.data());
+        benchmark::DoNotOptimize(out.data());
+    }
+    state.SetItemsProcessed(state.iterations() * kBlocks);
+}
+
 // The frame drivers' byte moves and the encoder's range check; items are samples.
 void fastByteMoves(benchmark::State& state) {
     const fbc::CodecVariant& v = fbc::supportedVariants().at(static_cast<std::size_t>(state.range(0)));
@@ -205,6 +223,7 @@ void variantContentArgs(benchmark::internal::Benchmark* b) {
 BENCHMARK(fastEncodeRow)->Apply(variantContentArgs);
 BENCHMARK_TEMPLATE(fastDecodeRow, std::uint16_t)->Apply(variantArgs);
 BENCHMARK_TEMPLATE(fastDecodeRow, std::int32_t)->Apply(variantArgs);
+BENCHMARK(fastDecodeFrameRow)->Apply(variantArgs);
 BENCHMARK(fastByteMoves)->Apply(variantArgs);
 
 }  // namespace
