@@ -1,0 +1,56 @@
+// The demo chart's compressed frame, decoded frame and golden files, reduced to digests recorded
+// with the scalar reference codec. The fast path must reproduce them byte for byte, and so must
+// the reference itself (FBC_FORCE_SCALAR=1) after any change.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "tests/tools/RunFbc.h"
+
+namespace {
+
+using fbc::test::readBytes;
+using fbc::test::runFbc;
+using fbc::test::TempDir;
+
+std::uint64_t fnv1a(const std::string& bytes) {
+    std::uint64_t h = 0xcbf29ce484222325ull;
+    for (unsigned char c : bytes) {
+        h ^= c;
+        h *= 0x100000001b3ull;
+    }
+    return h;
+}
+
+struct Digests {
+    std::uint64_t compressed, decoded, golden;
+};
+
+Digests chartDigests(const std::string& env) {
+    TempDir dir;
+    const auto run = [&](const std::string& args) {
+        const auto r = runFbc(dir, args, env);
+        EXPECT_EQ(r.status, 0) << args << ": " << r.err;
+    };
+    run("demo --out demo");
+    run("encode demo/chart.pgm chart.bin");
+    run("decode --width 640 --height 480 chart.bin decoded.raw");
+    run("golden --frame-index 3 --outdir golden demo/chart.pgm");
+    std::string golden;
+    for (const char* name : {"fbc_golden_ref_com_input_0003.txt", "fbc_com_input_0003.raw", "fbc_golden_ref_com_0003.txt",
+                             "fbc_golden_ref_dec_input_0003.txt", "fbc_golden_ref_dec_0003.txt"})
+        golden += readBytes(dir.path() + "/golden/" + name);
+    return {fnv1a(readBytes(dir.path() + "/chart.bin")), fnv1a(readBytes(dir.path() + "/decoded.raw")), fnv1a(golden)};
+}
+
+}  // namespace
+
+TEST(OutputDigests, DemoChartAsRecordedOnBothPaths) {
+    for (const std::string env : {"", "FBC_FORCE_SCALAR=1"}) {
+        const Digests d = chartDigests(env);
+        EXPECT_EQ(d.compressed, 0x280e749bb715f949ull) << env << std::hex << " compressed 0x" << d.compressed;
+        EXPECT_EQ(d.decoded, 0x4165cc7df8b9630bull) << env << std::hex << " decoded 0x" << d.decoded;
+        EXPECT_EQ(d.golden, 0x43757fd118440e13ull) << env << std::hex << " golden 0x" << d.golden;
+    }
+}
