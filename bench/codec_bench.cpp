@@ -160,8 +160,9 @@ void fastEncodeRow(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kBlocks);
 }
 
-// The raw path's decoder writes 16-bit pixels, the frame path's 32-bit samples.
-template <class Sample>
+// Codes read as bytes (the raw path) or as a compressed frame's 32-bit samples (the frame path),
+// decoded into 16-bit pixels (raw) or 32-bit samples (frame).
+template <class In, class Out>
 void fastDecodeRow(benchmark::State& state) {
     const fbc::CodecVariant& v = fbc::supportedVariants().at(static_cast<std::size_t>(state.range(0)));
     state.SetLabel(v.name);
@@ -169,28 +170,11 @@ void fastDecodeRow(benchmark::State& state) {
     DefaultCodec c;
     std::vector<unsigned char> bytes(kBlocks * 8);
     for (int b = 0; b < kBlocks; ++b) fbc::storeCode(c.encodeBlock(&px[b * 8], false), &bytes[b * 8]);
+    const std::vector<In> in(bytes.begin(), bytes.end());
     fbc::FastDecoder dec(c, &v);
-    std::vector<Sample> out(kBlocks * 8);
+    std::vector<Out> out(kBlocks * 8);
     for (auto _ : state) {
-        dec.decodeRow(bytes.data(), kBlocks * 8, out.data());
-        benchmark::DoNotOptimize(out.data());
-    }
-    state.SetItemsProcessed(state.iterations() * kBlocks);
-}
-
-// The frame path's decoder: codes read from a compressed frame's 32-bit samples.
-void fastDecodeFrameRow(benchmark::State& state) {
-    const fbc::CodecVariant& v = fbc::supportedVariants().at(static_cast<std::size_t>(state.range(0)));
-    state.SetLabel(v.name);
-    const std::vector<int> px = mixedBlocks();
-    DefaultCodec c;
-    std::vector<unsigned char> bytes(kBlocks * 8);
-    for (int b = 0; b < kBlocks; ++b) fbc::storeCode(c.encodeBlock(&px[b * 8], false), &bytes[b * 8]);
-    const std::vector<std::int32_t> samples(bytes.begin(), bytes.end());
-    fbc::FastDecoder dec(c, &v);
-    std::vector<std::int32_t> out(kBlocks * 8);
-    for (auto _ : state) {
-        dec.decodeRow(samples.data(), kBlocks * 8, out.data());
+        dec.decodeRow(in.data(), kBlocks * 8, out.data());
         benchmark::DoNotOptimize(out.data());
     }
     state.SetItemsProcessed(state.iterations() * kBlocks);
@@ -221,9 +205,9 @@ void variantContentArgs(benchmark::internal::Benchmark* b) {
         for (int content = 0; content < 3; ++content) b->Args({static_cast<int>(i), content});
 }
 BENCHMARK(fastEncodeRow)->Apply(variantContentArgs);
-BENCHMARK_TEMPLATE(fastDecodeRow, std::uint16_t)->Apply(variantArgs);
-BENCHMARK_TEMPLATE(fastDecodeRow, std::int32_t)->Apply(variantArgs);
-BENCHMARK(fastDecodeFrameRow)->Apply(variantArgs);
+BENCHMARK_TEMPLATE(fastDecodeRow, unsigned char, std::uint16_t)->Apply(variantArgs);
+BENCHMARK_TEMPLATE(fastDecodeRow, unsigned char, std::int32_t)->Apply(variantArgs);
+BENCHMARK_TEMPLATE(fastDecodeRow, std::int32_t, std::int32_t)->Apply(variantArgs);
 BENCHMARK(fastByteMoves)->Apply(variantArgs);
 
 }  // namespace
