@@ -1,6 +1,7 @@
 // Runs the built fbc binary the way a user does, for the tool's tests.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -31,11 +32,30 @@ inline Outcome runFbc(const TempDir& dir, const std::string& args, const std::st
   return r;
 }
 
+// A command line or input the tool must reject, with the whole of its standard error.
+struct ErrorCase {
+  const char* name;  // the test case's name
+  const char* args;
+  const char* err;
+};
+
 // Top-level names in `dir`, directories included: a failed run must not even create one.
 inline std::set<std::string> listDir(const std::string& dir) {
   std::set<std::string> names;
   for (const auto& e : std::filesystem::directory_iterator(dir)) names.insert(e.path().filename().string());
   return names;
+}
+
+// Runs a case that must fail as bad usage or bad input: exit status 2, exactly the expected
+// standard error, nothing on standard output, and nothing created in `dir` (no output, no
+// temporary, no directory).
+inline void expectRejected(const TempDir& dir, const ErrorCase& c) {
+  const std::set<std::string> before = listDir(dir.path());
+  const Outcome r = runFbc(dir, c.args);
+  EXPECT_EQ(r.status, 2) << c.args;
+  EXPECT_EQ(r.err, c.err);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(listDir(dir.path()), before);
 }
 
 // Every regular file below `dir`, by path relative to it.

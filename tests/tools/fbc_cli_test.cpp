@@ -12,6 +12,8 @@
 
 namespace {
 
+using fbc::test::ErrorCase;
+using fbc::test::expectRejected;
 using fbc::test::listDir;
 using fbc::test::Outcome;
 using fbc::test::readBytes;
@@ -39,23 +41,12 @@ void writeInputs(const TempDir& dir) {
   writeBytes(dir.file("in.bin"), std::string(40, '\0'));
 }
 
-struct ErrorCase {
-  const char* name;
-  const char* args;
-  const char* err;  // the whole of standard error
-};
-
 class CliError : public ::testing::TestWithParam<ErrorCase> {};
 
 TEST_P(CliError, ExitsTwoWithOneLineAndNoOutput) {
   const TempDir dir;
   writeInputs(dir);
-  const std::set<std::string> before = listDir(dir.path());
-  const Outcome r = runFbc(dir, GetParam().args);
-  EXPECT_EQ(r.status, 2);
-  EXPECT_EQ(r.err, GetParam().err);
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(listDir(dir.path()), before);  // no output, no temporary, no golden directory
+  expectRejected(dir, GetParam());
 }
 
 const ErrorCase kErrorCases[] = {

@@ -12,6 +12,8 @@
 namespace {
 
 namespace fs = std::filesystem;
+using fbc::test::ErrorCase;
+using fbc::test::expectRejected;
 using fbc::test::listDir;
 using fbc::test::Outcome;
 using fbc::test::readBytes;
@@ -48,23 +50,12 @@ void writeBadInputs(const TempDir& dir) {
   writeBytes(dir.file("in.bin"), flatBlockCode(0x123));
 }
 
-struct ErrorCase {
-  const char* name;
-  const char* args;
-  const char* err;  // the whole of standard error
-};
-
 class PictureError : public ::testing::TestWithParam<ErrorCase> {};
 
 TEST_P(PictureError, ExitsTwoWithOneLineAndNoOutput) {
   const TempDir dir;
   writeBadInputs(dir);
-  const std::set<std::string> before = listDir(dir.path());
-  const Outcome r = runFbc(dir, GetParam().args);
-  EXPECT_EQ(r.status, 2);
-  EXPECT_EQ(r.err, GetParam().err);
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(listDir(dir.path()), before);
+  expectRejected(dir, GetParam());
 }
 
 const ErrorCase kErrorCases[] = {
