@@ -195,6 +195,11 @@ void Compression1x8::record(const int* p, bool parity, BlockCode code) {
         t.maxerr[m] = modeCost(m);
         t.enabled[m] = reg_mode_en[m] != 0;
     }
+    for (int k = 0; k < 6; ++k) {
+        t.edgeHeadRange[k] = Edge[k].HeadRange;
+        t.edgeTailRange[k] = Edge[k].TailRange;
+        t.edgeDir[k] = Edge[k].Dir;
+    }
     t.encoder = encoder;
     t.code = code;
 }

@@ -19,5 +19,9 @@ int runSelftest(const Words& argv);
 int runParams(const Words& argv);
 int runRegs(const Words& argv);
 int runRandom(const Words& argv);
+int runTrace(const Words& argv);
+int runCompare(const Words& argv);
+int runFingerprint(const Words& argv);
+int runReport(const Words& argv);
 
 }  // namespace fbc::cli
