@@ -1,1 +1,2 @@
-// placeholder
+#include "tools/commands.h"
+namespace fbc::cli { int runReport(const Words&) { return 2; } }

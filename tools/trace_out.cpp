@@ -110,6 +110,7 @@ std::string traceText(const Compression1x8& codec, const BlockTrace& t, int x, i
       line += "  " + std::to_string(t.edgeHeadRange[k]) + "/" + std::to_string(t.edgeTailRange[k]) +
               (t.edgeDir[k] ? ", head" : ", tail");
     }
+    line.erase(line.find_last_not_of(' ') + 1);
     o << in << line << '\n';
   }
   o << in << "policy    " << selectionRuleName(t.rule) << ": " << selectionRuleText(t.rule) << '\n';
