@@ -45,8 +45,8 @@ const CommandSpec kSpec{
     2};
 
 enum Kind { kComInput, kRaw, kCom, kDecInput, kDec, kKindCount };
-const char* const kKindText[kKindCount] = {"block input pixels", "raw input", "block codes", "decoder input codes",
-                                            "decoded pixels"};
+const char* const kKindText[kKindCount] = {"block input pixels", "raw input", "block codes",
+                                           "decoder input codes", "decoded pixels"};
 
 // Golden file names: <stem>_<kind>_<frame>.<ext>, the longest kind name tried first.
 struct Named {
@@ -54,13 +54,15 @@ struct Named {
   int frame;
 };
 bool nameKind(const std::string& name, Named& out) {
-  static const std::regex re("^(.*?)_(golden_ref_com_input|com_input|golden_ref_com|golden_ref_dec_input|golden_ref_dec)_([0-9]+)\\.(txt|raw)$");
+  static const std::regex re(
+      "^(.*?)_(golden_ref_com_input|com_input|golden_ref_com|golden_ref_dec_input|golden_ref_dec)_("
+      "[0-9]+)\\.(txt|raw)$");
   std::smatch m;
   if (!std::regex_match(name, m, re)) return false;
   const std::string k = m[2];
-  out.kind = k == "golden_ref_com_input" ? kComInput
-             : k == "com_input"          ? kRaw
-             : k == "golden_ref_com"     ? kCom
+  out.kind = k == "golden_ref_com_input"   ? kComInput
+             : k == "com_input"            ? kRaw
+             : k == "golden_ref_com"       ? kCom
              : k == "golden_ref_dec_input" ? kDecInput
                                            : kDec;
   if ((out.kind == kRaw) != (m[4] == "raw")) return false;
@@ -91,7 +93,8 @@ std::vector<unsigned char> readBytes(const std::string& path) {
 }
 
 // Parses `count` groups of `digits` hex digits separated by `sep` (0: none); false if malformed.
-bool parseHex(const std::string& s, int count, int digits, char sep, std::vector<std::uint64_t>& out) {
+bool parseHex(const std::string& s, int count, int digits, char sep,
+              std::vector<std::uint64_t>& out) {
   const std::size_t want = static_cast<std::size_t>(count * digits + (sep ? count - 1 : 0));
   if (s.size() != want) return false;
   out.clear();
@@ -100,8 +103,11 @@ bool parseHex(const std::string& s, int count, int digits, char sep, std::vector
     std::uint64_t v = 0;
     for (int d = 0; d < digits; ++d, ++i) {
       const char c = s[i];
-      if (!std::isxdigit(static_cast<unsigned char>(c)) || std::isupper(static_cast<unsigned char>(c))) return false;
-      v = v * 16 + static_cast<std::uint64_t>(std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : c - 'a' + 10);
+      if (!std::isxdigit(static_cast<unsigned char>(c)) ||
+          std::isupper(static_cast<unsigned char>(c)))
+        return false;
+      v = v * 16 + static_cast<std::uint64_t>(
+                       std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : c - 'a' + 10);
     }
     out.push_back(v);
     if (sep && g + 1 < count) {
@@ -112,8 +118,9 @@ bool parseHex(const std::string& s, int count, int digits, char sep, std::vector
   return true;
 }
 
-const char* const kFormat[kKindCount] = {"8 groups of 3 hex digits joined by '_'", "", "16 hex digits",
-                                         "8 groups of 2 hex digits joined by '_'", "24 hex digits"};
+const char* const kFormat[kKindCount] = {"8 groups of 3 hex digits joined by '_'", "",
+                                         "16 hex digits", "8 groups of 2 hex digits joined by '_'",
+                                         "24 hex digits"};
 
 // A text golden file, every line checked.
 struct TextFile {
@@ -129,7 +136,9 @@ TextFile readText(const std::string& path, Kind kind) {
                     : kind == kCom      ? parseHex(lines[i], 1, 16, 0, v)
                     : kind == kDecInput ? parseHex(lines[i], 8, 2, '_', v)
                                         : parseHex(lines[i], 2, 12, 0, v);
-    if (!ok) inputError(path + ":" + std::to_string(i + 1) + ": malformed line, expected " + kFormat[kind]);
+    if (!ok)
+      inputError(path + ":" + std::to_string(i + 1) + ": malformed line, expected " +
+                 kFormat[kind]);
     f.values.push_back(v);
   }
   return f;
@@ -147,7 +156,9 @@ BlockCode codeOf(const TextFile& f, std::size_t line) {
 std::array<int, 8> samplesOf(const std::vector<std::uint64_t>& word) {
   std::array<int, 8> s{};
   // The line's 24 digits were read as two 48-bit halves, the high half first.
-  for (int i = 0; i < 8; ++i) s[static_cast<std::size_t>(i)] = static_cast<int>((word[i < 4 ? 1 : 0] >> (12 * (i & 3))) & 0xFFF);
+  for (int i = 0; i < 8; ++i)
+    s[static_cast<std::size_t>(i)] =
+        static_cast<int>((word[i < 4 ? 1 : 0] >> (12 * (i & 3))) & 0xFFF);
   return s;
 }
 
@@ -178,7 +189,8 @@ std::string fileText(const std::string& path) {
 
 int optionIn(const std::string& text, const char* option, int fallback) {
   std::smatch m;
-  if (std::regex_search(text, m, std::regex(std::string(option) + "[ =]([0-9]+)"))) return std::stoi(m[1].str().substr(0, 9));
+  if (std::regex_search(text, m, std::regex(std::string(option) + "[ =]([0-9]+)")))
+    return std::stoi(m[1].str().substr(0, 9));
   return fallback;
 }
 
@@ -196,7 +208,8 @@ int inferWidth(const std::vector<unsigned char>& raw, const TextFile& input) {
       const std::size_t y = l / bpr, x0 = 8 * (l % bpr);
       for (std::size_t k = 0; k < 8 && fits; ++k) {
         const std::uint64_t v = input.values[l][7 - k];
-        const std::uint64_t want = x0 + k < w ? raw[2 * (y * w + x0 + k)] | (raw[2 * (y * w + x0 + k) + 1] << 8) : 0;
+        const std::uint64_t want =
+            x0 + k < w ? raw[2 * (y * w + x0 + k)] | (raw[2 * (y * w + x0 + k) + 1] << 8) : 0;
         fits = v == want;
       }
     }
@@ -213,7 +226,8 @@ struct Diff {
 };
 
 std::string position(const Context& c, Kind kind, std::size_t line) {
-  if (c.width == 0) return kind == kRaw ? "byte " + std::to_string(line) : "block " + std::to_string(line);
+  if (c.width == 0)
+    return kind == kRaw ? "byte " + std::to_string(line) : "block " + std::to_string(line);
   const std::size_t bpr = (static_cast<std::size_t>(c.width) + 7) / 8;
   if (kind == kRaw) {
     const std::size_t px = line / 2;
@@ -257,13 +271,17 @@ void describeCodes(std::ostream& o, Context& c, BlockCode e, BlockCode a) {
     bool layoutMoved = false;
     for (int i = 0; i < n; ++i) {
       if (f[i].value(e) != f[i].value(a))
-        o << ' ' << fieldName(f[i]) << " (expected " << f[i].value(e) << ", actual " << f[i].value(a) << ')';
+        o << ' ' << fieldName(f[i]) << " (expected " << f[i].value(e) << ", actual "
+          << f[i].value(a) << ')';
     }
     // DPCM's field positions follow pminpos: the actual code read with its own layout.
     CodeField g[kMaxCodeFields];
-    layoutMoved = codeFields(a, ma, g) == n && me == kModeDpcm && f[n - 2].value(e) != f[n - 2].value(a);
+    layoutMoved =
+        codeFields(a, ma, g) == n && me == kModeDpcm && f[n - 2].value(e) != f[n - 2].value(a);
     o << '\n';
-    if (layoutMoved) o << "  (pminpos differs: the actual deltas sit elsewhere) " << fieldsText(c.codec, a) << '\n';
+    if (layoutMoved)
+      o << "  (pminpos differs: the actual deltas sit elsewhere) " << fieldsText(c.codec, a)
+        << '\n';
   }
   int pe[8], pa[8];
   c.codec.decodeBlock(e, pe);
@@ -272,14 +290,18 @@ void describeCodes(std::ostream& o, Context& c, BlockCode e, BlockCode a) {
   o << "  decoded actual   " << joinInts(pa, 8) << '\n';
 }
 
-void describeFirst(std::ostream& o, Context& c, const Pair& p, const TextFile* te, const TextFile* ta,
-                   const std::vector<unsigned char>* re, const std::vector<unsigned char>* ra, std::size_t line) {
+void describeFirst(std::ostream& o, Context& c, const Pair& p, const TextFile* te,
+                   const TextFile* ta, const std::vector<unsigned char>* re,
+                   const std::vector<unsigned char>* ra, std::size_t line) {
   const bool raw = p.kind == kRaw;
-  o << "first difference: " << p.name << (raw ? ", byte " : ", line ") << (raw ? line : line + 1) << ", "
-    << position(c, p.kind, line) << " (" << kKindText[p.kind] << ", frame " << p.frame << ")\n";
-  const std::size_t ne = raw ? re->size() : te->values.size(), na = raw ? ra->size() : ta->values.size();
+  o << "first difference: " << p.name << (raw ? ", byte " : ", line ") << (raw ? line : line + 1)
+    << ", " << position(c, p.kind, line) << " (" << kKindText[p.kind] << ", frame " << p.frame
+    << ")\n";
+  const std::size_t ne = raw ? re->size() : te->values.size(),
+                    na = raw ? ra->size() : ta->values.size();
   if (line >= ne || line >= na) {
-    o << "  the files differ in length: expected " << ne << (raw ? " bytes" : " lines") << ", actual " << na << '\n';
+    o << "  the files differ in length: expected " << ne << (raw ? " bytes" : " lines")
+      << ", actual " << na << '\n';
   } else if (raw) {
     o << "  expected " << hex((*re)[line], 2) << ", actual " << hex((*ra)[line], 2) << " ("
       << ((line & 1) ? "high" : "low") << " byte of the sample)\n";
@@ -289,14 +311,16 @@ void describeFirst(std::ostream& o, Context& c, const Pair& p, const TextFile* t
     o << "  differing pixels:";
     for (int k = 0; k < 8; ++k) {
       const std::uint64_t e = te->values[line][7 - k], a = ta->values[line][7 - k];
-      if (e != a) o << " pixel " << k << " (expected " << hex(e, 3) << ", actual " << hex(a, 3) << ')';
+      if (e != a)
+        o << " pixel " << k << " (expected " << hex(e, 3) << ", actual " << hex(a, 3) << ')';
     }
     o << '\n';
   } else {
     const std::array<int, 8> e = samplesOf(te->values[line]), a = samplesOf(ta->values[line]);
     o << "  differing 12-bit samples of the word:";
     for (int k = 0; k < 8; ++k)
-      if (e[k] != a[k]) o << " sample " << k << " (expected " << hex(e[k], 3) << ", actual " << hex(a[k], 3) << ')';
+      if (e[k] != a[k])
+        o << " sample " << k << " (expected " << hex(e[k], 3) << ", actual " << hex(a[k], 3) << ')';
     o << '\n';
   }
   // The expected block's decision, from the expected input of the same frame.
@@ -309,12 +333,15 @@ void describeFirst(std::ostream& o, Context& c, const Pair& p, const TextFile* t
   int px[8];
   for (int k = 0; k < 8; ++k) px[k] = static_cast<int>(in->second.values[block][7 - k]);
   const std::size_t bpr = c.width ? (static_cast<std::size_t>(c.width) + 7) / 8 : 0;
-  const int y = bpr ? static_cast<int>(block / bpr) : 0, x = bpr ? static_cast<int>(8 * (block % bpr)) : 0;
+  const int y = bpr ? static_cast<int>(block / bpr) : 0,
+            x = bpr ? static_cast<int>(8 * (block % bpr)) : 0;
   c.codec.startFrame(c.width, p.frame);
   const BlockTrace t = traceBlock(c.codec, px, Compression1x8::rowParity(y, c.cfa));
   std::string text = traceText(c.codec, t, x, y, "  ");
-  if (!c.width) text = "  block " + std::to_string(block) + ", parity of row 0" + text.substr(text.find('\n'));
-  o << "trace of the expected block (registers: " << c.regsFrom << "; cfa " << c.cfa << "):\n" << text;
+  if (!c.width)
+    text = "  block " + std::to_string(block) + ", parity of row 0" + text.substr(text.find('\n'));
+  o << "trace of the expected block (registers: " << c.regsFrom << "; cfa " << c.cfa << "):\n"
+    << text;
 }
 
 }  // namespace
@@ -326,7 +353,8 @@ int runCompare(const Words& argv) {
   for (const std::string& path : {expected, actual})
     if (!fs::exists(path)) inputError(path + ": no such file or directory");
   const bool dirs = fs::is_directory(expected);
-  if (dirs != fs::is_directory(actual)) inputError(actual + ": compare a directory with a directory, a file with a file");
+  if (dirs != fs::is_directory(actual))
+    inputError(actual + ": compare a directory with a directory, a file with a file");
 
   std::vector<Pair> pairs;
   const fs::path home = dirs ? fs::path(expected) : fs::path(expected).parent_path();
@@ -336,7 +364,8 @@ int runCompare(const Words& argv) {
       const std::string name = entry.path().filename().string();
       if (!entry.is_regular_file() || !nameKind(name, n)) continue;
       const fs::path other = fs::path(actual) / name;
-      if (!fs::is_regular_file(other)) inputError(other.string() + ": missing (it is in " + expected + ")");
+      if (!fs::is_regular_file(other))
+        inputError(other.string() + ": missing (it is in " + expected + ")");
       pairs.push_back({name, entry.path().string(), other.string(), n.kind, n.frame});
     }
     if (pairs.empty()) inputError(expected + ": no golden files in the directory");
@@ -350,14 +379,17 @@ int runCompare(const Words& argv) {
     pairs.push_back({name, expected, actual, n.kind, n.frame});
   }
   std::sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) {
-    return a.frame != b.frame ? a.frame < b.frame : a.kind != b.kind ? a.kind < b.kind : a.name < b.name;
+    return a.frame != b.frame ? a.frame < b.frame
+           : a.kind != b.kind ? a.kind < b.kind
+                              : a.name < b.name;
   });
 
   Context c;
   const std::string runSh = fileText((home / "run.sh").string());
   const RegisterMap regs(args);
   std::string params = args.has("params") ? args.value("params") : std::string();
-  if (params.empty() && fs::is_regular_file(home / "params.ini")) params = (home / "params.ini").string();
+  if (params.empty() && fs::is_regular_file(home / "params.ini"))
+    params = (home / "params.ini").string();
   loadRegisters(c.codec, regs.table(), params, {});
   if (!params.empty()) c.regsFrom = params;
   c.cfa = args.has("cfa") ? cfaOption(args) : optionIn(runSh, "--cfa", 0) & 3;
@@ -380,9 +412,12 @@ int runCompare(const Words& argv) {
       Named n;
       const std::string name = entry.path().filename().string();
       if (entry.is_regular_file() && nameKind(name, n) && n.frame == pairs[0].frame) {
-        if (n.kind == kComInput && !c.inputs.count(n.frame)) c.inputs.emplace(n.frame, readText(entry.path().string(), kComInput));
-        if (n.kind == kCom && !c.codes.count(n.frame)) c.codes.emplace(n.frame, readText(entry.path().string(), kCom));
-        if (n.kind == kRaw && !raws.count(n.frame)) raws.emplace(n.frame, readBytes(entry.path().string()));
+        if (n.kind == kComInput && !c.inputs.count(n.frame))
+          c.inputs.emplace(n.frame, readText(entry.path().string(), kComInput));
+        if (n.kind == kCom && !c.codes.count(n.frame))
+          c.codes.emplace(n.frame, readText(entry.path().string(), kCom));
+        if (n.kind == kRaw && !raws.count(n.frame))
+          raws.emplace(n.frame, readBytes(entry.path().string()));
       }
     }
   }
@@ -414,7 +449,8 @@ int runCompare(const Words& argv) {
       ta = readText(p.actual, p.kind);
       total = std::max(te.values.size(), ta.values.size());
       for (std::size_t i = 0; i < total; ++i)
-        if (i >= te.values.size() || i >= ta.values.size() || te.values[i] != ta.values[i]) diffs.push_back({i});
+        if (i >= te.values.size() || i >= ta.values.size() || te.values[i] != ta.values[i])
+          diffs.push_back({i});
     }
     if (diffs.empty()) continue;
     ++differingFiles;
@@ -428,23 +464,28 @@ int runCompare(const Words& argv) {
       const std::size_t b = blockOf(c, p.kind, d.line);
       if (blocks.empty() || blocks.back() != b) blocks.push_back(b);
     }
-    summary << "  " << p.name << ": " << blocks.size() << " block" << (blocks.size() == 1 ? " differs" : "s differ");
+    summary << "  " << p.name << ": " << blocks.size() << " block"
+            << (blocks.size() == 1 ? " differs" : "s differ");
     if (p.kind != kRaw) summary << " (of " << total << " lines)";
     const auto codes = c.codes.find(p.frame);
     if (codes != c.codes.end()) {
       std::array<long long, kModeCount> perMode{};
       long long unknown = 0;
       for (std::size_t b : blocks) {
-        if (b < codes->second.values.size()) ++perMode[static_cast<std::size_t>(decodedMode(c.codec, codeOf(codes->second, b)))];
-        else ++unknown;
+        if (b < codes->second.values.size())
+          ++perMode[static_cast<std::size_t>(decodedMode(c.codec, codeOf(codes->second, b)))];
+        else
+          ++unknown;
       }
       summary << "; by expected mode:";
       for (int m = 0; m < kModeCount; ++m)
-        if (perMode[static_cast<std::size_t>(m)]) summary << ' ' << kModeNames[m] << ' ' << perMode[static_cast<std::size_t>(m)];
+        if (perMode[static_cast<std::size_t>(m)])
+          summary << ' ' << kModeNames[m] << ' ' << perMode[static_cast<std::size_t>(m)];
       if (unknown) summary << " (beyond the codes) " << unknown;
     }
     summary << "\n    first positions:";
-    for (std::size_t i = 0; i < diffs.size() && i < 10; ++i) summary << (i ? ", " : " ") << position(c, p.kind, diffs[i].line);
+    for (std::size_t i = 0; i < diffs.size() && i < 10; ++i)
+      summary << (i ? ", " : " ") << position(c, p.kind, diffs[i].line);
     summary << '\n';
   }
   if (differingFiles == 0) {
@@ -453,7 +494,9 @@ int runCompare(const Words& argv) {
   }
   std::cout << out.str() << "summary: " << differingFiles << " of " << pairs.size() << " file"
             << (pairs.size() == 1 ? "" : "s") << " differ"
-            << (c.width ? " (width " + std::to_string(c.width) + ")" : " (width unknown: give --width)") << '\n'
+            << (c.width ? " (width " + std::to_string(c.width) + ")"
+                        : " (width unknown: give --width)")
+            << '\n'
             << summary.str();
   std::cout.flush();
   return kExitFailure;

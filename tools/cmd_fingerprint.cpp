@@ -32,9 +32,12 @@ const CommandSpec kSpec{
     "little-endian uint16. encode: those pixels coded again with row parity k & 1, as the frame\n"
     "driver codes a block of frame index 0, each code as 8 little-endian bytes. Prints\n"
     "'decode <hex>', 'encode <hex>' and the registers that differ from the defaults; --json one\n"
-    "object. --path runs 'reference' or a vector variant (see 'fbc selftest'); default the one the\n"
+    "object. --path runs 'reference' or a vector variant (see 'fbc selftest'); default the one "
+    "the\n"
     "frame drivers use.",
-    {kOptParams, kOptSet, kOptRegisters,
+    {kOptParams,
+     kOptSet,
+     kOptRegisters,
      {"seed", "S", "splitmix64 starting state, 0..2^64-1, default 0"},
      {"count", "N", "number of codes, 1..2^30, default 1048576"},
      {"path", "NAME", "'reference' or a vector variant, default the active one"},
@@ -45,7 +48,8 @@ const CommandSpec kSpec{
 struct Sha256 {
   std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> ctx{EVP_MD_CTX_new(), EVP_MD_CTX_free};
   Sha256() {
-    if (!ctx || EVP_DigestInit_ex(ctx.get(), EVP_sha256(), nullptr) != 1) failure("SHA-256 unavailable");
+    if (!ctx || EVP_DigestInit_ex(ctx.get(), EVP_sha256(), nullptr) != 1)
+      failure("SHA-256 unavailable");
   }
   void update(const void* data, std::size_t n) {
     if (EVP_DigestUpdate(ctx.get(), data, n) != 1) failure("SHA-256 failed");
@@ -102,7 +106,8 @@ int runFingerprint(const Words& argv) {
 
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
-  if (codec.Enable == 0) inputError("block disabled (" + codec.getEnableKey() + "=0): nothing to fingerprint");
+  if (codec.Enable == 0)
+    inputError("block disabled (" + codec.getEnableKey() + "=0): nothing to fingerprint");
   codec.startFrame(8, 0);
   FastDecoder decoder(codec, variant);
   FastEncoder encoder(codec, variant);
@@ -113,7 +118,8 @@ int runFingerprint(const Words& argv) {
   std::vector<unsigned char> codeBytes(8 * kChunk);
   std::vector<std::uint16_t> decoded(8 * kChunk);
   std::vector<int> rows[2] = {std::vector<int>(4 * kChunk), std::vector<int>(4 * kChunk)};
-  std::vector<BlockCode> coded[2] = {std::vector<BlockCode>(kChunk / 2), std::vector<BlockCode>(kChunk / 2)};
+  std::vector<BlockCode> coded[2] = {std::vector<BlockCode>(kChunk / 2),
+                                     std::vector<BlockCode>(kChunk / 2)};
   std::vector<unsigned char> pixelBytes(16 * kChunk), encodedBytes(8 * kChunk);
   Sha256 decodeHash, encodeHash;
   for (long long done = 0; done < count; done += kChunk) {
@@ -130,8 +136,10 @@ int runFingerprint(const Words& argv) {
       // k counts from the start of the stream; chunks are even in size, so its parity is k's.
       for (int i = 0; i < 8; ++i) {
         const int px = decoded[8 * static_cast<std::size_t>(k) + i] >> 4;
-        pixelBytes[16 * static_cast<std::size_t>(k) + 2 * i] = static_cast<unsigned char>(px & 0xFF);
-        pixelBytes[16 * static_cast<std::size_t>(k) + 2 * i + 1] = static_cast<unsigned char>(px >> 8);
+        pixelBytes[16 * static_cast<std::size_t>(k) + 2 * i] =
+            static_cast<unsigned char>(px & 0xFF);
+        pixelBytes[16 * static_cast<std::size_t>(k) + 2 * i + 1] =
+            static_cast<unsigned char>(px >> 8);
         rows[k & 1][8 * counts[k & 1] + i] = px;
       }
       ++counts[k & 1];
@@ -139,20 +147,23 @@ int runFingerprint(const Words& argv) {
     decodeHash.update(pixelBytes.data(), 16 * static_cast<std::size_t>(n));
     for (int parity = 0; parity < 2; ++parity) {
       if (counts[parity] > 0)
-        encoder.encodeRow(rows[parity].data(), static_cast<int>(8 * counts[parity]), parity == 1, coded[parity].data());
+        encoder.encodeRow(rows[parity].data(), static_cast<int>(8 * counts[parity]), parity == 1,
+                          coded[parity].data());
     }
-    for (int k = 0; k < n; ++k) storeCode(coded[k & 1][k / 2], &encodedBytes[8 * static_cast<std::size_t>(k)]);
+    for (int k = 0; k < n; ++k)
+      storeCode(coded[k & 1][k / 2], &encodedBytes[8 * static_cast<std::size_t>(k)]);
     encodeHash.update(encodedBytes.data(), 8 * static_cast<std::size_t>(n));
   }
   const std::string decodeHex = decodeHash.hex(), encodeHex = encodeHash.hex();
   RegisterMap map(args);
   const std::vector<std::string> regs = nonDefaultRegisters(codec, map.table());
   if (args.has("json")) {
-    std::cout << "{\"decode\":\"" << decodeHex << "\",\"encode\":\"" << encodeHex << "\",\"seed\":"
-              << parseSeed(args) << ",\"count\":" << count << ",\"registers\":{";
+    std::cout << "{\"decode\":\"" << decodeHex << "\",\"encode\":\"" << encodeHex
+              << "\",\"seed\":" << parseSeed(args) << ",\"count\":" << count << ",\"registers\":{";
     for (std::size_t i = 0; i < regs.size(); ++i) {
       const std::size_t eq = regs[i].find('=');
-      std::cout << (i ? "," : "") << '"' << regs[i].substr(0, eq) << "\":\"" << regs[i].substr(eq + 1) << '"';
+      std::cout << (i ? "," : "") << '"' << regs[i].substr(0, eq) << "\":\""
+                << regs[i].substr(eq + 1) << '"';
     }
     std::cout << "}}\n";
   } else {

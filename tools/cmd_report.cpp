@@ -37,7 +37,13 @@ const CommandSpec kSpec{
     "picture shows its decision trace (the JSON of 'fbc trace'), embedded for the first 65536\n"
     "blocks in coding order (every block of pictures up to 65536 blocks, e.g. 1024x512).\n"
     "Default output: report.html.\n\n" FBC_INPUT_PICTURE_HELP,
-    {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, kOptParams, kOptSet, kOptRegisters,
+    {kOptWidth,
+     kOptHeight,
+     kOptCfa,
+     kOptRawMode,
+     kOptParams,
+     kOptSet,
+     kOptRegisters,
      {"out", "FILE", "the page, default report.html"}},
     1,
     1};
@@ -45,11 +51,16 @@ const CommandSpec kSpec{
 std::string escape(const std::string& s) {
   std::string o;
   for (char c : s) {
-    if (c == '<') o += "&lt;";
-    else if (c == '>') o += "&gt;";
-    else if (c == '&') o += "&amp;";
-    else if (c == '"') o += "&quot;";
-    else o += c;
+    if (c == '<')
+      o += "&lt;";
+    else if (c == '>')
+      o += "&gt;";
+    else if (c == '&')
+      o += "&amp;";
+    else if (c == '"')
+      o += "&quot;";
+    else
+      o += c;
   }
   return o;
 }
@@ -60,36 +71,43 @@ std::string pngData(int w, int h, int channels, const std::vector<unsigned char>
 
 // A bar chart: one bar per label, heights on a linear or logarithmic scale.
 std::string barChart(const std::string& title, const std::vector<std::string>& labels,
-                     const std::vector<long long>& values, const std::vector<std::string>& colours, bool logScale) {
-  const int barW = std::max(6, std::min(40, 640 / std::max<int>(1, static_cast<int>(values.size())))), h = 160;
+                     const std::vector<long long>& values, const std::vector<std::string>& colours,
+                     bool logScale) {
+  const int barW =
+                std::max(6, std::min(40, 640 / std::max<int>(1, static_cast<int>(values.size())))),
+            h = 160;
   const int w = barW * static_cast<int>(values.size()) + 60;
   const long long top = std::max<long long>(1, *std::max_element(values.begin(), values.end()));
   const auto scale = [&](long long v) {
     if (v <= 0) return 0.0;
-    return logScale ? h * std::log10(1.0 + static_cast<double>(v)) / std::log10(1.0 + static_cast<double>(top))
+    return logScale ? h * std::log10(1.0 + static_cast<double>(v)) /
+                          std::log10(1.0 + static_cast<double>(top))
                     : h * static_cast<double>(v) / static_cast<double>(top);
   };
   std::ostringstream o;
   o << "<figure><svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << w << "\" height=\"" << h + 70
     << "\" role=\"img\"><title>" << escape(title) << "</title>";
-  o << "<line x1=\"40\" y1=\"" << h + 10 << "\" x2=\"" << w << "\" y2=\"" << h + 10 << "\" stroke=\"#444\"/>";
+  o << "<line x1=\"40\" y1=\"" << h + 10 << "\" x2=\"" << w << "\" y2=\"" << h + 10
+    << "\" stroke=\"#444\"/>";
   for (std::size_t i = 0; i < values.size(); ++i) {
     const double bh = scale(values[i]);
     const int x = 40 + static_cast<int>(i) * barW;
     char rect[320];
     std::snprintf(rect, sizeof rect,
-                  "<rect x=\"%d\" y=\"%.1f\" width=\"%d\" height=\"%.1f\" fill=\"%s\" stroke=\"#333\"><title>%s: %lld</title></rect>",
-                  x + 1, h + 10 - bh, barW - 2, bh, colours[i % colours.size()].c_str(), escape(labels[i]).c_str(),
-                  values[i]);
+                  "<rect x=\"%d\" y=\"%.1f\" width=\"%d\" height=\"%.1f\" fill=\"%s\" "
+                  "stroke=\"#333\"><title>%s: %lld</title></rect>",
+                  x + 1, h + 10 - bh, barW - 2, bh, colours[i % colours.size()].c_str(),
+                  escape(labels[i]).c_str(), values[i]);
     o << rect;
     if (values.size() <= 16 || i % (values.size() / 8) == 0) {
-      o << "<text x=\"" << x + barW / 2 << "\" y=\"" << h + 22 << "\" font-size=\"10\" text-anchor=\"end\" transform=\"rotate(-45 "
-        << x + barW / 2 << ' ' << h + 22 << ")\">" << escape(labels[i]) << "</text>";
+      o << "<text x=\"" << x + barW / 2 << "\" y=\"" << h + 22
+        << "\" font-size=\"10\" text-anchor=\"end\" transform=\"rotate(-45 " << x + barW / 2 << ' '
+        << h + 22 << ")\">" << escape(labels[i]) << "</text>";
     }
   }
   o << "<text x=\"0\" y=\"12\" font-size=\"10\">" << top << "</text><text x=\"0\" y=\"" << h + 10
-    << "\" font-size=\"10\">0</text></svg><figcaption>" << escape(title) << (logScale ? " (logarithmic scale)" : "")
-    << "</figcaption></figure>";
+    << "\" font-size=\"10\">0</text></svg><figcaption>" << escape(title)
+    << (logScale ? " (logarithmic scale)" : "") << "</figcaption></figure>";
   return o.str();
 }
 
@@ -178,7 +196,9 @@ int runReport(const Words& argv) {
   const Frame image = readInputImage(inPath, args);
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
-  if (codec.Enable == 0) inputError("block disabled (" + codec.getEnableKey() + "=0): nothing is coded, nothing to report");
+  if (codec.Enable == 0)
+    inputError("block disabled (" + codec.getEnableKey() +
+               "=0): nothing is coded, nothing to report");
   const RegisterMap regs(args);
   const std::vector<std::string> changed = nonDefaultRegisters(codec, regs.table());
   const RoundTrip rt = runRoundTrip(codec, image, cfa);
@@ -204,7 +224,8 @@ int runReport(const Words& argv) {
     }
   }
 
-  // Traces of the first blocks in coding order, one JSON line each, as 'fbc trace --json' prints them.
+  // Traces of the first blocks in coding order, one JSON line each, as 'fbc trace --json' prints
+  // them.
   const long long blocks = static_cast<long long>(bpr) * h;
   const long long traced = std::min(blocks, kTracedBlocks);
   std::string traceLines;
@@ -227,65 +248,82 @@ int runReport(const Words& argv) {
   for (int b = 0; b < bins; ++b) {
     const long long lo = static_cast<long long>(b) * (rt.maxError + 1) / bins;
     const long long hi = static_cast<long long>(b + 1) * (rt.maxError + 1) / bins - 1;
-    errorLabels.push_back(lo == hi ? std::to_string(lo) : std::to_string(lo) + "-" + std::to_string(hi));
+    errorLabels.push_back(lo == hi ? std::to_string(lo)
+                                   : std::to_string(lo) + "-" + std::to_string(hi));
   }
   double zoom = 4;
   while (zoom > 0.25 && w * zoom > 720) zoom /= 2;
 
   std::ostringstream o;
   char psnr[64];
-  if (std::isinf(rt.psnr)) std::snprintf(psnr, sizeof psnr, "infinite (exact)");
-  else std::snprintf(psnr, sizeof psnr, "%.2f dB", rt.psnr);
+  if (std::isinf(rt.psnr))
+    std::snprintf(psnr, sizeof psnr, "infinite (exact)");
+  else
+    std::snprintf(psnr, sizeof psnr, "%.2f dB", rt.psnr);
   const std::string name = escape(inPath);
-  o << "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"><title>fbc report: " << name << "</title>\n"
+  o << "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"><title>fbc report: "
+    << name << "</title>\n"
     << "<style>body{font-family:sans-serif;margin:1em;background:#f4f4f4}"
        ".pictures{display:flex;flex-wrap:wrap;gap:12px}figure{margin:0}"
        "img.picture{image-rendering:pixelated;cursor:crosshair;border:1px solid #888;display:block}"
-       "pre{background:#fff;border:1px solid #ccc;padding:6px;max-height:40em;overflow:auto;font-size:12px}"
-       "#errors{color:#b00;white-space:pre}.legend span{display:inline-block;width:1em;height:1em;border:1px solid #333;"
+       "pre{background:#fff;border:1px solid "
+       "#ccc;padding:6px;max-height:40em;overflow:auto;font-size:12px}"
+       "#errors{color:#b00;white-space:pre}.legend "
+       "span{display:inline-block;width:1em;height:1em;border:1px solid #333;"
        "vertical-align:middle;margin:0 3px 0 9px}</style></head>\n<body>\n";
   o << "<h1>fbc report: " << name << "</h1>\n<div id=\"errors\"></div>\n";
-  o << "<p>" << w << "x" << h << " pixels, " << blocks << " blocks, Bayer layout " << cfa << "; PSNR " << psnr
-    << "; largest error " << rt.maxError << "</p>\n";
+  o << "<p>" << w << "x" << h << " pixels, " << blocks << " blocks, Bayer layout " << cfa
+    << "; PSNR " << psnr << "; largest error " << rt.maxError << "</p>\n";
   o << "<p><label>zoom <select id=\"zoom\">";
   for (double z : {0.25, 0.5, 1.0, 2.0, 4.0, 8.0})
-    o << "<option value=\"" << z << "\"" << (z == zoom ? " selected" : "") << ">" << z << "x</option>";
-  o << "</select></label> &mdash; click a block of any picture for its decision trace</p>\n<div class=\"legend\">modes:";
-  for (int m = 0; m < kModeCount; ++m) o << "<span style=\"background:" << modeColours[static_cast<std::size_t>(m)] << "\"></span>" << kModeNames[m];
+    o << "<option value=\"" << z << "\"" << (z == zoom ? " selected" : "") << ">" << z
+      << "x</option>";
+  o << "</select></label> &mdash; click a block of any picture for its decision trace</p>\n<div "
+       "class=\"legend\">modes:";
+  for (int m = 0; m < kModeCount; ++m)
+    o << "<span style=\"background:" << modeColours[static_cast<std::size_t>(m)] << "\"></span>"
+      << kModeNames[m];
   o << "</div>\n<div class=\"pictures\">\n";
   const struct {
     const char* id;
     const char* caption;
     int channels;
     const std::vector<unsigned char>* samples;
-  } pictures[] = {{"input", "input", 1, &input},
-                  {"decoded", "decoded", 1, &decoded},
-                  {"modemap", "mode map", 3, &modes},
-                  {"errormap", "error map (absolute error, top of the scale = largest error)", 3, &errors}};
+  } pictures[] = {
+      {"input", "input", 1, &input},
+      {"decoded", "decoded", 1, &decoded},
+      {"modemap", "mode map", 3, &modes},
+      {"errormap", "error map (absolute error, top of the scale = largest error)", 3, &errors}};
   for (const auto& p : pictures) {
     o << "<figure><img class=\"picture\" id=\"" << p.id << "\" alt=\"" << p.caption << "\" src=\""
-      << pngData(w, h, p.channels, *p.samples) << "\"><figcaption>" << p.caption << "</figcaption></figure>\n";
+      << pngData(w, h, p.channels, *p.samples) << "\"><figcaption>" << p.caption
+      << "</figcaption></figure>\n";
   }
-  o << "</div>\n<h2>Block trace</h2>\n<p><span id=\"trace-where\">no block chosen</span>: mode <b id=\"trace-mode\" "
+  o << "</div>\n<h2>Block trace</h2>\n<p><span id=\"trace-where\">no block chosen</span>: mode <b "
+       "id=\"trace-mode\" "
        "data-mode=\"\"></b></p>\n<pre id=\"trace\"></pre>\n";
   o << "<h2>Histograms</h2>\n<div class=\"pictures\">"
     << barChart("blocks per mode", modeLabels, perMode, modeColours, false)
-    << barChart("pixels per absolute error", errorLabels, perError, {"#d04020"}, true) << "</div>\n";
+    << barChart("pixels per absolute error", errorLabels, perError, {"#d04020"}, true)
+    << "</div>\n";
   o << "<h2>Registers that differ from the defaults</h2>\n";
-  if (changed.empty()) o << "<p>none</p>\n";
+  if (changed.empty())
+    o << "<p>none</p>\n";
   else {
     o << "<pre>";
     for (const std::string& r : changed) o << escape(r) << '\n';
     o << "</pre>\n";
   }
-  o << "<p>Traces embedded for " << traced << " of " << blocks << " blocks (the first " << kTracedBlocks
-    << " in coding order).</p>\n";
+  o << "<p>Traces embedded for " << traced << " of " << blocks << " blocks (the first "
+    << kTracedBlocks << " in coding order).</p>\n";
   o << "<script id=\"info\" type=\"application/json\">{\"width\":" << w << ",\"height\":" << h
-    << ",\"blocksPerRow\":" << bpr << ",\"traced\":" << traced << ",\"zoom\":" << zoom << ",\"modeNames\":[";
+    << ",\"blocksPerRow\":" << bpr << ",\"traced\":" << traced << ",\"zoom\":" << zoom
+    << ",\"modeNames\":[";
   for (int m = 0; m < kModeCount; ++m) o << (m ? "," : "") << '"' << kModeNames[m] << '"';
-  o << "]}</script>\n<script id=\"modes\" type=\"application/octet-stream\">" << base64(rt.blockModes)
-    << "</script>\n<script id=\"traces\" type=\"application/gzip-base64\">" << base64(gzip(traceLines))
-    << "</script>\n<script>" << kScript << "</script>\n</body></html>\n";
+  o << "]}</script>\n<script id=\"modes\" type=\"application/octet-stream\">"
+    << base64(rt.blockModes) << "</script>\n<script id=\"traces\" type=\"application/gzip-base64\">"
+    << base64(gzip(traceLines)) << "</script>\n<script>" << kScript
+    << "</script>\n</body></html>\n";
   writeFileAtomic(outPath, o.str());
   return kExitOk;
 }

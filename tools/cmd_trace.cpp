@@ -25,7 +25,14 @@ const CommandSpec kSpec{
     "parity, pixels, sad, maxerr, enabled, policy, selected, mode, code, decoded and fields.\n"
     "Policies: plain, plain_non_edge, plain_fallback, kept_under_final, edge_taken,\n"
     "edge_balanced, edge_above_min.\n\n" FBC_INPUT_PICTURE_HELP,
-    {kOptWidth, kOptHeight, kOptCfa, kOptFrameIndex, kOptRawMode, kOptParams, kOptSet, kOptRegisters,
+    {kOptWidth,
+     kOptHeight,
+     kOptCfa,
+     kOptFrameIndex,
+     kOptRawMode,
+     kOptParams,
+     kOptSet,
+     kOptRegisters,
      {"x", "X", "column of a pixel of the block"},
      {"y", "Y", "row of that pixel"},
      {"all", nullptr, "every block"},
@@ -53,7 +60,8 @@ int runTrace(const Words& argv) {
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
   if (codec.Enable == 0) {
-    inputError("block disabled (" + codec.getEnableKey() + "=0): it codes nothing, there is no decision to show");
+    inputError("block disabled (" + codec.getEnableKey() +
+               "=0): it codes nothing, there is no decision to show");
   }
   codec.startFrame(image.width, frameIndex);
   const bool json = args.has("json");

@@ -19,7 +19,8 @@ void noFlush(png_structp) {}
 
 }  // namespace
 
-std::vector<unsigned char> encodePng(int width, int height, int channels, const std::vector<unsigned char>& samples) {
+std::vector<unsigned char> encodePng(int width, int height, int channels,
+                                     const std::vector<unsigned char>& samples) {
   std::vector<unsigned char> out;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png ? png_create_info_struct(png) : nullptr;
@@ -63,7 +64,8 @@ std::string base64(const std::vector<unsigned char>& bytes) {
 std::vector<unsigned char> gzip(const std::string& text) {
   z_stream z{};
   // windowBits 15 + 16: a gzip header and trailer around the deflate stream.
-  if (deflateInit2(&z, 6, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) failure("gzip: out of memory");
+  if (deflateInit2(&z, 6, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+    failure("gzip: out of memory");
   std::vector<unsigned char> out(deflateBound(&z, text.size()) + 64);
   z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
   z.avail_in = static_cast<uInt>(text.size());

@@ -9,7 +9,8 @@ namespace fbc::cli {
 
 // An 8-bit PNG of `width` x `height` pixels of `channels` samples each (1 grey, 3 RGB), rows
 // top to bottom.
-std::vector<unsigned char> encodePng(int width, int height, int channels, const std::vector<unsigned char>& samples);
+std::vector<unsigned char> encodePng(int width, int height, int channels,
+                                     const std::vector<unsigned char>& samples);
 
 std::string base64(const std::vector<unsigned char>& bytes);
 
