@@ -55,7 +55,8 @@ void removeFlatDirectory(const char* path) {
         for (long at = 0; at < n;) {
           const Entry* e = reinterpret_cast<const Entry*>(buffer + at);
           const char* name = buffer + at + offsetof(Entry, name);
-          const bool dots = name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+          const bool dots =
+              name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
           if (!dots && ::unlinkat(fd, name, 0) == 0) removed = true;
           at += e->reclen;
         }
@@ -110,7 +111,9 @@ SignalsHeld::SignalsHeld() {
   ::pthread_sigmask(SIG_BLOCK, &set, &previous_);
 }
 
-SignalsHeld::~SignalsHeld() { ::pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+SignalsHeld::~SignalsHeld() {
+  ::pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+}
 
 void RemovedOnSignal::add(const std::string& path, bool directory) {
   release();

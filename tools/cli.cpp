@@ -36,6 +36,12 @@ std::string plural(int n, const char* word) {
 
 std::string systemError() { return std::strerror(errno); }
 
+// After a failed write to standard output, with errno as the write left it.
+[[noreturn]] void standardOutputFailed() {
+  if (errno == EPIPE) throw StandardOutputClosed();
+  failure("standard output: write failed" + (errno != 0 ? " (" + systemError() + ")" : std::string()));
+}
+
 }  // namespace
 
 const OptionSpec kOptWidth{"width", "W", "image width in pixels, 1..65536"};
@@ -190,7 +196,10 @@ Output::Output(const std::string& path) : path_(path) {
 
 void Output::write(const void* data, std::size_t size) {
   if (path_ == "-") {
-    std::cout.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+    errno = 0;
+    if (!std::cout.write(static_cast<const char*>(data), static_cast<std::streamsize>(size))) {
+      standardOutputFailed();
+    }
     return;
   }
   std::string error;
@@ -216,8 +225,7 @@ void flushStandardOutput() {
   errno = 0;
   std::cout.flush();
   if (std::fflush(stdout) == 0 && std::cout.good() && std::ferror(stdout) == 0) return;
-  if (errno == EPIPE) throw StandardOutputClosed();
-  failure("standard output: write failed" + (errno != 0 ? " (" + systemError() + ")" : std::string()));
+  standardOutputFailed();
 }
 
 ScratchDir::ScratchDir(const std::string& parent) {
