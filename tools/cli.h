@@ -76,8 +76,8 @@ class Args {
 
 // Parses `argv` (the words after the subcommand name). Accepts "--opt value", "--opt=value"
 // and "--" before positional arguments that start with a dash; "-" alone is an argument. On
-// --help or -h prints the help to
-// standard output and returns false: the command then ends with kExitOk. Throws a usage Error
+// --help or -h prints the help to standard output and returns false: the command then ends
+// with kExitOk. Throws a usage Error
 // for an unknown option, a missing value, a repeated option or a wrong argument count.
 bool parseArgs(const CommandSpec& cmd, const std::vector<std::string>& argv, Args& args);
 void printHelp(const CommandSpec& cmd);
@@ -125,8 +125,8 @@ class Output {
 
  private:
   std::string path_;
+  RemovedOnSignal onSignal_;  // released after file_ has removed an uncommitted temporary
   OutputFile file_;
-  RemovedOnSignal onSignal_;
 };
 
 // The same in one call.
@@ -158,8 +158,8 @@ void refuseOverwritingInputs(const std::vector<std::string>& inputs, const std::
 std::vector<std::string> inputFiles(const Args& args, const std::string& in);
 
 // A private directory inside `parent` (the system's temporary directory when empty), removed
-// with everything in it when the object goes, or by a signal that ends the run. Files made there are renamed into place only
-// once complete.
+// with everything in it when the object goes, or by a signal that ends the run. Files made
+// there are renamed into place only once complete.
 class ScratchDir {
  public:
   explicit ScratchDir(const std::string& parent = "");
