@@ -490,6 +490,7 @@ int runCompare(const Words& argv) {
   }
   if (differingFiles == 0) {
     std::cout << "identical: " << pairs.size() << " file" << (pairs.size() == 1 ? "" : "s") << '\n';
+    flushStandardOutput();
     return kExitOk;
   }
   std::cout << out.str() << "summary: " << differingFiles << " of " << pairs.size() << " file"
@@ -498,7 +499,7 @@ int runCompare(const Words& argv) {
                         : " (width unknown: give --width)")
             << '\n'
             << summary.str();
-  std::cout.flush();
+  flushStandardOutput();
   return kExitFailure;
 }
 

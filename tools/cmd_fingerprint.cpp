@@ -106,8 +106,7 @@ int runFingerprint(const Words& argv) {
 
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
-  if (codec.Enable == 0)
-    inputError("block disabled (" + codec.getEnableKey() + "=0): nothing to fingerprint");
+  requireEnabled(codec);
   codec.startFrame(8, 0);
   FastDecoder decoder(codec, variant);
   FastEncoder encoder(codec, variant);
@@ -170,8 +169,7 @@ int runFingerprint(const Words& argv) {
     std::cout << "decode " << decodeHex << "\nencode " << encodeHex << '\n';
     for (const std::string& r : regs) std::cout << "register " << r << '\n';
   }
-  std::cout.flush();
-  if (!std::cout) failure("standard output: write failed");
+  flushStandardOutput();
   return kExitOk;
 }
 

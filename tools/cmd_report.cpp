@@ -196,11 +196,10 @@ int runReport(const Words& argv) {
   const Frame image = readInputImage(inPath, args);
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
-  if (codec.Enable == 0)
-    inputError("block disabled (" + codec.getEnableKey() +
-               "=0): nothing is coded, nothing to report");
+  requireEnabled(codec);
   const RegisterMap regs(args);
   const std::vector<std::string> changed = nonDefaultRegisters(codec, regs.table());
+  Output page(outPath);
   const RoundTrip rt = runRoundTrip(codec, image, cfa);
 
   const int w = image.width, h = image.height, bpr = paddedWidth(w) / 8;
@@ -324,7 +323,8 @@ int runReport(const Words& argv) {
     << base64(rt.blockModes) << "</script>\n<script id=\"traces\" type=\"application/gzip-base64\">"
     << base64(gzip(traceLines)) << "</script>\n<script>" << kScript
     << "</script>\n</body></html>\n";
-  writeFileAtomic(outPath, o.str());
+  page.write(o.str());
+  page.commit();
   return kExitOk;
 }
 

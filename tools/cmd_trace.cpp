@@ -1,4 +1,6 @@
 // fbc trace: the model's decision for one block of a picture, or for every block.
+#include <cerrno>
+#include <cstdio>
 #include <iostream>
 #include <string>
 
@@ -59,10 +61,7 @@ int runTrace(const Words& argv) {
 
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
-  if (codec.Enable == 0) {
-    inputError("block disabled (" + codec.getEnableKey() +
-               "=0): it codes nothing, there is no decision to show");
-  }
+  requireEnabled(codec);
   codec.startFrame(image.width, frameIndex);
   const bool json = args.has("json");
   const auto show = [&](int x, int y) {
@@ -74,6 +73,11 @@ int runTrace(const Words& argv) {
     } else {
       std::cout << traceText(codec, t, x, y) << (all ? "\n" : "");
     }
+    // A reader gone mid-way (a pipe into head) ends the run quietly, as at the end.
+    if (std::ferror(stdout) || !std::cout) {
+      if (errno == EPIPE) throw StandardOutputClosed();
+      flushStandardOutput();
+    }
   };
   if (!all) {
     show(bx, by);
@@ -81,8 +85,7 @@ int runTrace(const Words& argv) {
     for (int y = 0; y < image.height; ++y)
       for (int x = 0; x < image.width; x += 8) show(x, y);
   }
-  std::cout.flush();
-  if (!std::cout) failure("standard output: write failed");
+  flushStandardOutput();
   return kExitOk;
 }
 
