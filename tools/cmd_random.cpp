@@ -33,13 +33,21 @@ namespace fs = std::filesystem;
 
 const CommandSpec kSpec{
     "random",
-    "--count N --seed S --outdir DIR [--settings FILE.ini] [--images DIR] [--registers FILE]",
+    "--count N --seed S --outdir DIR [--shard K/N] [--coverage] [--settings FILE.ini] [--images DIR]\n"
+    "       [--registers FILE]\n"
+    "       fbc random report DIR [--count N]\n"
+    "       fbc random check DIR [--fbc-like CMD]",
     "Generates N random regression tests into DIR/test_0000 ... Each test draws the block's\n"
     "parameters and an input picture (a random crop of a .ppm or .pgm picture from --images,\n"
     "else a generated one), runs the block on it for every frame at golden-dump level 1 and\n"
     "holds params.ini, input.raw, the golden files of each frame and run.sh, the 'fbc golden'\n"
     "command that writes the same golden files again. A disabled block passes frames through\n"
     "and has no golden files. The same seed and settings give byte-identical trees.\n\n"
+    "A test's seed, size and registers depend only on --seed and its index i: --shard K/N\n"
+    "writes only the tests with i mod N = K, so N shards written into one DIR (at the same\n"
+    "time, on as many machines) make the same tree as one run. --coverage writes each test's\n"
+    "cover-point counts to coverage.json. 'fbc random report' summarises a tree, 'fbc random\n"
+    "check' re-runs its tests (see 'fbc random report --help', 'fbc random check --help').\n\n"
     "Settings, section [GlobalControl] of --settings (every key optional):\n"
     "  width_min, width_max    picture width range, 1..4096, default 8..256\n"
     "  height_min, height_max  picture height range, 1..4096, default 1..32\n"
@@ -53,6 +61,8 @@ const CommandSpec kSpec{
     {{"count", "N", "number of tests, 1..100000"},
      {"seed", "S", "master seed, 0..4294967295"},
      {"outdir", "DIR", "directory of the tests (created if missing)"},
+     {"shard", "K/N", "write only the tests whose index i has i mod N = K"},
+     {"coverage", nullptr, "write each test's cover-point counts to coverage.json"},
      {"settings", "FILE.ini", "generator settings, section [GlobalControl]"},
      {"images", "DIR", "pictures (.ppm, .pgm) to crop inputs from"},
      kOptRegisters},
@@ -268,12 +278,43 @@ class Progress {
   bool terminal_;
 };
 
+// --shard K/N: this run writes the tests with index i mod N = K; N = 1 (K = 0) when absent.
+struct Shard {
+  int index = 0;
+  int count = 1;
+};
+
+Shard shardOption(const Args& args) {
+  Shard shard;
+  if (!args.has("shard")) return shard;
+  const std::string& text = args.value("shard");
+  const std::size_t slash = text.find('/');
+  const auto number = [&](const std::string& word, long long& v) {
+    if (word.empty() || word.size() > 6 || word.find_first_not_of("0123456789") != std::string::npos) return false;
+    v = std::stoll(word);
+    return true;
+  };
+  long long k = 0, n = 0;
+  if (slash == std::string::npos || !number(text.substr(0, slash), k) || !number(text.substr(slash + 1), n)) {
+    usageError("--shard: '" + text + "' is not K/N (two integers, 0 <= K < N)");
+  }
+  if (n < 1 || n > 100000 || k >= n) {
+    usageError("--shard: " + text + " is out of range (0 <= K < N <= 100000)");
+  }
+  shard.index = static_cast<int>(k);
+  shard.count = static_cast<int>(n);
+  return shard;
+}
+
 }  // namespace
 
 int runRandom(const Words& argv) {
+  if (!argv.empty() && argv[0] == "report") return runRandomReport(Words(argv.begin() + 1, argv.end()));
+  if (!argv.empty() && argv[0] == "check") return runRandomCheck(Words(argv.begin() + 1, argv.end()));
   Args args;
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
   const int count = static_cast<int>(args.requiredInteger("count", 1, 100000));
+  const Shard shard = shardOption(args);
   const auto masterSeed = static_cast<unsigned int>(args.requiredInteger("seed", 0, 0xFFFFFFFFLL));
   const std::string outdir = args.value("outdir");
   if (outdir.empty()) usageError("--outdir: empty directory name");
@@ -291,14 +332,16 @@ int runRandom(const Words& argv) {
   RegisterTable& regs = registerMap.table();
   std::map<std::pair<std::string, int>, Frame> loaded;  // pictures by path and Bayer layout
   std::mt19937 master(masterSeed);
-  Progress progress(count);
-  int enabledTests = 0, cropped = 0;
+  const int shardTests = count / shard.count + (shard.index < count % shard.count ? 1 : 0);
+  Progress progress(shardTests);
+  int written = 0, enabledTests = 0, cropped = 0;
   long long pixels = 0;
 
   for (int i = 0; i < count; ++i) {
     TestCase t;
     t.index = i;
     t.seed = static_cast<unsigned int>(master());
+    if (i % shard.count != shard.index) continue;
     setRandSeed(t.seed);
 
     // Parameters first, then the block's own rules, then the enable chance of the settings.
@@ -390,12 +433,13 @@ int runRandom(const Words& argv) {
     }
     enabledTests += t.enabled ? 1 : 0;
     pixels += static_cast<long long>(t.width) * t.height * frames;
-    progress.step(i + 1, std::string(name) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
+    progress.step(++written, std::string(name) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
                              ", CFA " + std::to_string(t.cfa) + ", block " + (t.enabled ? "enabled" : "disabled") +
                              ", " + t.source);
   }
-  std::cout << count << " test" << (count == 1 ? "" : "s") << " in " << outdir << ": " << enabledTests
-            << " with the block enabled, " << count - enabledTests << " disabled; " << cropped
+  std::cout << written << " test" << (written == 1 ? "" : "s");
+  if (shard.count > 1) std::cout << " of shard " << shard.index << '/' << shard.count;
+  std::cout << " in " << outdir << ": " << enabledTests << " with the block enabled, " << written - enabledTests << " disabled; " << cropped
             << " cropped from pictures; " << pixels << " pixels over " << frames << " frame"
             << (frames == 1 ? "" : "s") << " each\n";
   return kExitOk;
