@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "codec/Compression1x8.h"
+#include "codec/Coverage.h"
 #include "config/IniAccess.h"
 #include "config/IniFileIO.h"
 #include "image/Frame.h"
@@ -24,6 +25,8 @@
 #include "tools/cli.h"
 #include "tools/codec_config.h"
 #include "tools/commands.h"
+#include "tools/coverage_file.h"
+#include "tools/random_tests.h"
 
 namespace fbc::cli {
 
@@ -170,6 +173,8 @@ std::vector<std::string> listPictures(const std::string& dir) {
 
 int clamp12(int v) { return std::min(4095, std::max(0, v)); }
 
+}  // namespace
+
 // A synthetic 12-bit picture made to reach every mode: runs of 1..16 pixels that are flat,
 // ramps, low or full-range noise, or alternating extremes, and rows that repeat the one above
 // with a little noise, as neighbouring sensor rows do.
@@ -203,6 +208,8 @@ Frame generatePicture(int width, int height) {
   return f;
 }
 
+namespace {
+
 std::string raw16(const Frame& f) {
   std::string bytes;
   bytes.reserve(f.size() * 2);
@@ -213,22 +220,12 @@ std::string raw16(const Frame& f) {
   return bytes;
 }
 
-struct TestCase {
-  int index = 0;
-  unsigned int seed = 0;
-  bool enabled = false;
-  int width = 0;
-  int height = 0;
-  int cfa = 0;
-  std::string source;  // "generated" or "crop of NAME at (x, y)"
-};
-
 // `registers` is the absolute path of the --registers map, empty for the built-in one.
-std::string runScript(const TestCase& t, unsigned int masterSeed, int frames, const std::string& registers) {
+std::string runScript(const TestCase& t, int frames, const std::string& registers) {
   char head[512];
   std::snprintf(head, sizeof head,
                 "#!/bin/sh\n"
-                "# fbc random --seed %u, test %04d (test seed %u): %dx%d pixels, CFA %d, block %s,\n"
+                "# %s: %dx%d pixels, CFA %d, block %s,\n"
                 "# %d frame%s, input %s.\n"
                 "# Writes the golden files of this test again into OUTDIR (default: rerun; a relative\n"
                 "# OUTDIR is taken from this directory); they equal the ones here byte for byte.\n"
@@ -236,7 +233,7 @@ std::string runScript(const TestCase& t, unsigned int masterSeed, int frames, co
                 "set -e\n"
                 "cd \"$(dirname \"$0\")\"\n"
                 "out=\"${1:-rerun}\"\n",
-                masterSeed, t.index, t.seed, t.width, t.height, t.cfa, t.enabled ? "enabled" : "disabled", frames,
+                t.origin.c_str(), t.width, t.height, t.cfa, t.enabled ? "enabled" : "disabled", frames,
                 frames == 1 ? "" : "s", t.source.c_str());
   std::string text = head;
   std::string mapOption;
@@ -308,6 +305,51 @@ Shard shardOption(const Args& args) {
 
 }  // namespace
 
+void writeTest(const std::string& outdir, const TestCase& t, Compression1x8& drawn, RegisterTable& regs,
+               Frame& input, TGlobalParam& global, const std::string& registersPath, bool wantCoverage) {
+  // The test is built in a private directory and renamed into place when complete. The block
+  // that runs is loaded from the written parameter file, so the file reproduces the run
+  // exactly (a drawn curve whose keys are bound twice keeps only what the file holds).
+  char name[32];
+  std::snprintf(name, sizeof name, "test_%04d", t.index);
+  const fs::path target = fs::path(outdir) / name;
+  const ScratchDir scratch(outdir);
+  writeParamFile(drawn, regs, scratch.file("params.ini"));
+  writeFileAtomic(scratch.file("input.raw"), raw16(input));
+
+  Compression1x8 codec("FBC", false);
+  loadRegisters(codec, regs, scratch.file("params.ini"), {});
+  codec.m_dumpLevel = 1;
+  codec.m_outputDir = scratch.path();
+  fbc::Coverage coverage;
+  if (wantCoverage) codec.coverage = &coverage;
+  global.width = t.width;
+  global.height = t.height;
+  global.cfa = t.cfa;
+  const int frames = global.frameCount;
+  for (int f = 0; f < frames; ++f) {
+    global.frameIndex = f;
+    std::vector<Frame*> in{&input}, out;
+    codec.allocateOutputFrame(in, out);
+    const std::unique_ptr<Frame> output(out[0]);
+    // Frame dumps of the run cycle stay off (index 0): the golden files are the block's own.
+    if (!codec.run(in, out, global, scratch.path(), 0)) failure(std::string(name) + ": the block failed");
+  }
+  if (wantCoverage) writeFileAtomic(scratch.file("coverage.json"), coverageJson(coverage));
+  const std::string script = scratch.file("run.sh");
+  writeFileAtomic(script, runScript(t, frames, registersPath));
+  ::chmod(script.c_str(), 0755);
+
+  // mkdtemp made the directory for its owner only; give it a normal directory's permissions.
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  ::chmod(scratch.path().c_str(), 0777 & ~mask);
+  std::error_code ec;
+  fs::remove_all(target, ec);
+  fs::rename(scratch.path(), target, ec);
+  if (ec) failure(target.string() + ": cannot write: " + ec.message());
+}
+
 int runRandom(const Words& argv) {
   if (!argv.empty() && argv[0] == "report") return runRandomReport(Words(argv.begin() + 1, argv.end()));
   if (!argv.empty() && argv[0] == "check") return runRandomCheck(Words(argv.begin() + 1, argv.end()));
@@ -315,6 +357,7 @@ int runRandom(const Words& argv) {
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
   const int count = static_cast<int>(args.requiredInteger("count", 1, 100000));
   const Shard shard = shardOption(args);
+  const bool wantCoverage = args.has("coverage");
   const auto masterSeed = static_cast<unsigned int>(args.requiredInteger("seed", 0, 0xFFFFFFFFLL));
   const std::string outdir = args.value("outdir");
   if (outdir.empty()) usageError("--outdir: empty directory name");
@@ -392,45 +435,12 @@ int runRandom(const Words& argv) {
       t.source = "generated";
     }
 
-    // The test is built in a private directory and renamed into place when complete. The block
-    // that runs is loaded from the written parameter file, so the file reproduces the run
-    // exactly (a drawn curve whose keys are bound twice keeps only what the file holds).
+    char origin[96];
+    std::snprintf(origin, sizeof origin, "fbc random --seed %u, test %04d (test seed %u)", masterSeed, i, t.seed);
+    t.origin = origin;
+    writeTest(outdir, t, drawn, regs, input, global, registersPath, wantCoverage);
     char name[32];
     std::snprintf(name, sizeof name, "test_%04d", i);
-    const fs::path target = fs::path(outdir) / name;
-    {
-      const ScratchDir scratch(outdir);
-      writeParamFile(drawn, regs, scratch.file("params.ini"));
-      writeFileAtomic(scratch.file("input.raw"), raw16(input));
-
-      Compression1x8 codec("FBC", false);
-      loadRegisters(codec, regs, scratch.file("params.ini"), {});
-      codec.m_dumpLevel = 1;
-      codec.m_outputDir = scratch.path();
-      global.width = t.width;
-      global.height = t.height;
-      global.cfa = t.cfa;
-      for (int f = 0; f < frames; ++f) {
-        global.frameIndex = f;
-        std::vector<Frame*> in{&input}, out;
-        codec.allocateOutputFrame(in, out);
-        const std::unique_ptr<Frame> output(out[0]);
-        // Frame dumps of the run cycle stay off (index 0): the golden files are the block's own.
-        if (!codec.run(in, out, global, scratch.path(), 0)) failure(std::string(name) + ": the block failed");
-      }
-      const std::string script = scratch.file("run.sh");
-      writeFileAtomic(script, runScript(t, masterSeed, frames, registersPath));
-      ::chmod(script.c_str(), 0755);
-
-      // mkdtemp made the directory for its owner only; give it a normal directory's permissions.
-      const mode_t mask = ::umask(0);
-      ::umask(mask);
-      ::chmod(scratch.path().c_str(), 0777 & ~mask);
-      std::error_code ec;
-      fs::remove_all(target, ec);
-      fs::rename(scratch.path(), target, ec);
-      if (ec) failure(target.string() + ": cannot write: " + ec.message());
-    }
     enabledTests += t.enabled ? 1 : 0;
     pixels += static_cast<long long>(t.width) * t.height * frames;
     progress.step(++written, std::string(name) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +

@@ -21,6 +21,7 @@
 #include "config/IniAccess.h"
 #include "tools/cli.h"
 #include "tools/commands.h"
+#include "tools/coverage_file.h"
 
 namespace fbc::cli {
 
@@ -33,7 +34,9 @@ const CommandSpec kReportSpec{
     "DIR [--count N]",
     "Summarises a tree of 'fbc random' tests, however many shards wrote it: the number of\n"
     "tests, with the block enabled and disabled, picture sizes and frames, and the indices\n"
-    "missing from 0 .. N-1 (N from --count, else one past the highest index found).\n"
+    "missing from 0 .. N-1 (N from --count, else one past the highest index found). When\n"
+    "tests hold coverage.json ('fbc random --coverage'), the cover points summed over them,\n"
+    "with the number of tests that hit each, and the points never hit.\n"
     "Exit status 1 when indices are missing.",
     {{"count", "N", "the number of tests the tree should hold, 1..100000"}},
     1,
@@ -220,8 +223,18 @@ int runRandomReport(const Words& argv) {
   int minFrames = 1 << 30, maxFrames = 0;
   long long pixels = 0;
   std::vector<int> present, beyond;
+  fbc::Coverage hits, hitBy;
+  int covered = 0;
   for (const TestDir& t : tests) {
     const TestInfo info = readTest(t);
+    const std::string coverageFile = t.path + "/coverage.json";
+    std::error_code ec;
+    if (fs::exists(coverageFile, ec)) {
+      const fbc::Coverage one = readCoverageJson(coverageFile);
+      hits.add(one);
+      for (int p = 0; p < fbc::kCoverPointCount; ++p) hitBy.hits[p] += one.hits[p] != 0 ? 1 : 0;
+      ++covered;
+    }
     enabled += info.enabled ? 1 : 0;
     minWidth = std::min(minWidth, info.width);
     maxWidth = std::max(maxWidth, info.width);
@@ -254,6 +267,10 @@ int runRandomReport(const Words& argv) {
                                 : std::to_string(missing.size()) + " (" + ranges(missing) + ")")
             << '\n';
   if (!beyond.empty()) std::cout << "indices beyond --count: " << ranges(beyond) << '\n';
+  if (covered > 0) {
+    std::cout << "coverage.json in " << covered << " of " << n << " tests\n";
+    printCoverage(std::cout, hits, &hitBy);
+  }
   return missing.empty() ? kExitOk : kExitFailure;
 }
 
