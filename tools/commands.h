@@ -22,5 +22,6 @@ int runRandom(const Words& argv);
 // 'fbc random report' and 'fbc random check', reached through runRandom.
 int runRandomReport(const Words& argv);
 int runRandomCheck(const Words& argv);
+int runCover(const Words& argv);
 
 }  // namespace fbc::cli

@@ -206,6 +206,19 @@ TEST(RandomReport, CountsTestsSizesAndMissingIndices) {
             "sizes: width 8..16, height 1..2, 1..2 frames per test, 72 pixels in all\n"
             "missing indices of 0..3: 2 (1, 3)\n");
   EXPECT_NE(runFbc(dir, "random report t --count 1").out.find("\nindices beyond --count: 2\n"), std::string::npos);
+
+  // Coverage sums over the tests that hold it and counts the tests that hit each point.
+  writeBytes(dir.file("t/test_0000/coverage.json"), "{\"points\": {\"mode.dpcm\": 3}}");
+  writeBytes(dir.file("t/test_0002/coverage.json"), "{\"points\": {\"mode.minmax\": 1, \"mode.dpcm\": 4}}");
+  const Outcome summed = runFbc(dir, "random report t");
+  EXPECT_NE(summed.out.find("\ncoverage.json in 2 of 2 tests\n"), std::string::npos) << summed.out;
+  EXPECT_NE(summed.out.find("\n  mode.minmax                             1         1\n"
+                            "  mode.dpcm                               7         2\n"),
+            std::string::npos);
+  EXPECT_NE(summed.out.find("\nnever hit: "), std::string::npos);
+  writeBytes(dir.file("t/test_0002/coverage.json"), "{\"points\": {\"mode.dpcn\": 4}}");
+  EXPECT_EQ(runFbc(dir, "random report t").err,
+            "fbc random: t/test_0002/coverage.json: unknown cover point \"mode.dpcn\"\n");
   EXPECT_EQ(runFbc(dir, "random report t/notes").err, "fbc random: t/notes: no tests (folders test_0000, test_0001, ...)\n");
 }
 
@@ -232,6 +245,25 @@ TEST(RandomCheck, ListsEveryDifference) {
   r = runFbc(dir, "random check t --fbc-like /bin/false");
   EXPECT_EQ(r.out.rfind("test_0000: run.sh exited with status 1: ", 0), 0u) << r.out;
   EXPECT_EQ(runFbc(dir, "random check t --fbc-like ./absent").status, 2);
+}
+
+// Each block is coded by exactly one encoder: over two tests of 2 rows of 2 blocks, the mode
+// points add up to 8. Counting changes no golden file.
+TEST(RandomCoverage, ModePointsCountEveryBlockOnce) {
+  const TempDir dir;
+  writeBytes(dir.file("s.ini"), "[GlobalControl]\nwidth_min=9\nwidth_max=16\nheight_min=2\nheight_max=2\nenable_percent=100\n");
+  ASSERT_EQ(runFbc(dir, "random --count 2 --seed 9 --outdir plain --settings s.ini").status, 0);
+  ASSERT_EQ(runFbc(dir, "random --count 2 --seed 9 --outdir counted --settings s.ini --coverage").status, 0);
+  for (const std::string& f : listTree(dir.file("plain"))) {
+    EXPECT_EQ(readBytes(dir.file("counted/" + f)), readBytes(dir.file("plain/" + f))) << f;
+  }
+  const Outcome r = runFbc(dir, "random report counted");
+  ASSERT_EQ(r.status, 0) << r.err;
+  long long blocks = 0;
+  for (std::size_t at = r.out.find("\n  mode."); at != std::string::npos; at = r.out.find("\n  mode.", at + 1)) {
+    blocks += std::stoll(r.out.substr(at + 32, 12));
+  }
+  EXPECT_EQ(blocks, 8);
 }
 
 }  // namespace
