@@ -1,11 +1,14 @@
 // fbc random: the random regression generator. Each test is a parameter file, an input picture
 // and the golden reference files the block writes for it, plus the command that re-creates them.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -45,7 +48,10 @@ const CommandSpec kSpec{
     "else a generated one), runs the block on it for every frame at golden-dump level 1 and\n"
     "holds params.ini, input.raw, the golden files of each frame and run.sh, the 'fbc golden'\n"
     "command that writes the same golden files again. A disabled block passes frames through\n"
-    "and has no golden files. The same seed and settings give byte-identical trees.\n\n"
+    "and has no golden files. The same seed and settings give byte-identical trees. DIR may\n"
+    "hold other files, but none of the test directories this run writes: a run never mixes its\n"
+    "tests with older ones. A test appears only when complete; an interrupted run removes the\n"
+    "one it was writing, and a closed standard output ends the run there (status 0).\n\n"
     "A test's seed, size and registers depend only on --seed and its index i: --shard K/N\n"
     "writes only the tests with i mod N = K, so N shards written into one DIR (at the same\n"
     "time, on as many machines) make the same tree as one run. --coverage writes each test's\n"
@@ -254,12 +260,44 @@ std::string runScript(const TestCase& t, int frames, const std::string& register
   return text;
 }
 
+std::string testName(int index) {
+  char name[32];
+  std::snprintf(name, sizeof name, "test_%04d", index);
+  return name;
+}
+
+// The tests a run writes must not exist yet, so that an output directory never holds tests of
+// two runs. Only this run's own test directories are looked at (indices first, first + step, ...
+// below end): the shards of one set of tests share an output directory.
+void refuseExistingTests(const std::string& outdir, int first, int end, int step) {
+  std::error_code ec;
+  if (!fs::exists(outdir, ec)) return;
+  for (int i = first; i < end; i += step) {
+    const fs::path test = fs::path(outdir) / testName(i);
+    if (fs::exists(fs::symlink_status(test, ec))) {
+      usageError(test.string() + ": already exists; a run writes only new tests (remove it or choose another --outdir)");
+    }
+  }
+}
+
+// Moves a complete test directory into place; a test directory that appeared meanwhile is an
+// error, never replaced.
+void placeTest(const std::string& from, const fs::path& to) {
+  int rc = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+  if (rc != 0 && (errno == EINVAL || errno == ENOSYS)) {
+    std::error_code ec;
+    rc = fs::exists(fs::symlink_status(to, ec)) ? (errno = EEXIST, -1) : std::rename(from.c_str(), to.c_str());
+  }
+  if (rc != 0) failure(to.string() + ": cannot write: " + std::strerror(errno));
+}
+
 class Progress {
  public:
   explicit Progress(int total) : total_(total), terminal_(::isatty(STDOUT_FILENO) == 1) {}
   void step(int done, const std::string& line) {
     if (!terminal_) {
       std::cout << line << '\n';
+      flushStandardOutput();
       return;
     }
     constexpr int kWidth = 40;
@@ -310,8 +348,7 @@ void writeTest(const std::string& outdir, const TestCase& t, Compression1x8& dra
   // The test is built in a private directory and renamed into place when complete. The block
   // that runs is loaded from the written parameter file, so the file reproduces the run
   // exactly (a drawn curve whose keys are bound twice keeps only what the file holds).
-  char name[32];
-  std::snprintf(name, sizeof name, "test_%04d", t.index);
+  const std::string name = testName(t.index);
   const fs::path target = fs::path(outdir) / name;
   const ScratchDir scratch(outdir);
   writeParamFile(drawn, regs, scratch.file("params.ini"));
@@ -333,7 +370,7 @@ void writeTest(const std::string& outdir, const TestCase& t, Compression1x8& dra
     codec.allocateOutputFrame(in, out);
     const std::unique_ptr<Frame> output(out[0]);
     // Frame dumps of the run cycle stay off (index 0): the golden files are the block's own.
-    if (!codec.run(in, out, global, scratch.path(), 0)) failure(std::string(name) + ": the block failed");
+    if (!codec.run(in, out, global, scratch.path(), 0)) failure(name + ": the block failed");
   }
   if (wantCoverage) writeFileAtomic(scratch.file("coverage.json"), coverageJson(coverage));
   const std::string script = scratch.file("run.sh");
@@ -344,10 +381,7 @@ void writeTest(const std::string& outdir, const TestCase& t, Compression1x8& dra
   const mode_t mask = ::umask(0);
   ::umask(mask);
   ::chmod(scratch.path().c_str(), 0777 & ~mask);
-  std::error_code ec;
-  fs::remove_all(target, ec);
-  fs::rename(scratch.path(), target, ec);
-  if (ec) failure(target.string() + ": cannot write: " + ec.message());
+  placeTest(scratch.path(), target);
 }
 
 int runRandom(const Words& argv) {
@@ -370,8 +404,11 @@ int runRandom(const Words& argv) {
   const bool randomRange = settings["use_random_range"] != 0;
   const int frames = settings["frames"];
 
+  checkOutputDirectory(outdir);
+  refuseExistingTests(outdir, shard.index, count, shard.count);
   ensureDirectory(outdir);
   std::cout << "seed " << masterSeed << '\n';
+  flushStandardOutput();
   RegisterTable& regs = registerMap.table();
   std::map<std::pair<std::string, int>, Frame> loaded;  // pictures by path and Bayer layout
   std::mt19937 master(masterSeed);
@@ -439,11 +476,9 @@ int runRandom(const Words& argv) {
     std::snprintf(origin, sizeof origin, "fbc random --seed %u, test %04d (test seed %u)", masterSeed, i, t.seed);
     t.origin = origin;
     writeTest(outdir, t, drawn, regs, input, global, registersPath, wantCoverage);
-    char name[32];
-    std::snprintf(name, sizeof name, "test_%04d", i);
     enabledTests += t.enabled ? 1 : 0;
     pixels += static_cast<long long>(t.width) * t.height * frames;
-    progress.step(++written, std::string(name) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
+    progress.step(++written, testName(i) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
                              ", CFA " + std::to_string(t.cfa) + ", block " + (t.enabled ? "enabled" : "disabled") +
                              ", " + t.source);
   }
