@@ -34,13 +34,13 @@ const CommandSpec kSpec{
     "cover",
     "--out DIR [--seed S] [--budget BLOCKS] [--registers FILE]",
     "Searches register sets and pictures, coding them with coverage on, until every cover point\n"
-    "the register map lets the block reach has been hit and 4000 sets at least have been tried\n"
-    "(or BLOCKS blocks have been coded),\n"
-    "then writes the fewest of them it finds that together hit every point hit (a greedy set\n"
-    "cover) as tests in the layout of 'fbc random': DIR/test_NNNN with params.ini, input.raw,\n"
-    "the golden files, run.sh and coverage.json ('fbc random report DIR' sums them). Points out\n"
-    "of reach are listed with the reason. Exit status 1 when a reachable point was not hit\n"
-    "within the budget (the suite is written all the same).",
+    "the register map lets the block reach has been hit and 4000 sets at least have been tried,\n"
+    "or until BLOCKS blocks have been coded. Then writes the fewest of them it finds that\n"
+    "together hit every point hit (a greedy set cover) as tests in the layout of 'fbc random':\n"
+    "DIR/test_NNNN with params.ini, input.raw, the golden files, run.sh and coverage.json\n"
+    "('fbc random report DIR' sums them). Points out of reach are listed with the reason.\n"
+    "Exit status 1 when a reachable point was not hit within the budget (the suite is written\n"
+    "all the same).",
     {{"out", "DIR", "directory of the suite (created if missing; must hold no tests)"},
      {"seed", "S", "search seed, 0..4294967295, default 1"},
      {"budget", "BLOCKS",
