@@ -124,9 +124,8 @@ const CoverPointInfo kPoints[] = {
     {"dpcm.lsb_keep", "DPCM base LSB update: adjustment a", nullptr},
     {"dpcm.base_clamp0", "DPCM base after the LSB update below 0, clamped", nullptr},
     {"dpcm.base_clamp4095", "DPCM base after the LSB update above 4095, clamped",
-     "only a base in the top step interval can pass 4095, and there no pixel's low bits average "
-     "below "
-     "Pmin's, which the upward adjustment needs"},
+     "cannot happen: the base rises past 4095 only from the top step interval, where every "
+     "pixel's low bits are at least Pmin's, so the update never adds a step there"},
 
     {"decode.hadamard_clamp0", "Hadamard decoder clamped a pixel at 0", nullptr},
     {"decode.hadamard_clamp4095", "Hadamard decoder clamped a pixel at 4095", nullptr},

@@ -34,6 +34,7 @@ const Command kCommands[] = {
     {"compare", "compare two golden sets; the first difference by block, field and trace", runCompare},
     {"fingerprint", "SHA-256 digests of decoding and re-encoding a fixed stream of codes", runFingerprint},
     {"report", "one self-contained HTML page: pictures, mode and error maps, traces", runReport},
+    {"cover", "a small directed suite of tests that together hit every reachable cover point", runCover},
 };
 
 void printUsage(std::ostream& os) {
