@@ -23,7 +23,7 @@ const CommandSpec kSpec{
     "--cfa), the demosaiced input and decoded pictures side by side (compare.ppm). A disabled\n"
     "block (reg_fbc_en=0) codes nothing and is refused.\n\n" FBC_INPUT_PICTURE_HELP,
     {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, {"out", "DIR", "directory for the pictures"}, kOptParams,
-     kOptSet, kOptRegisters},
+     kOptSet, kOptRegisters, kOptThreads},
     1,
     1};
 
@@ -42,6 +42,7 @@ int runRoundtrip(const Words& argv) {
   }
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
+  codec.Threads = threadsOption(args);
   requireEnabled(codec);
   const Frame image = readInputImage(path, args);
 
