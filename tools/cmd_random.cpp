@@ -21,6 +21,7 @@
 #include "config/IniFileIO.h"
 #include "image/Frame.h"
 #include "image/Picture.h"
+#include "image/Png.h"
 #include "tools/cli.h"
 #include "tools/codec_config.h"
 #include "tools/commands.h"
@@ -35,7 +36,7 @@ const CommandSpec kSpec{
     "random",
     "--count N --seed S --outdir DIR [--settings FILE.ini] [--images DIR] [--registers FILE]",
     "Generates N random regression tests into DIR/test_0000 ... Each test draws the block's\n"
-    "parameters and an input picture (a random crop of a .ppm or .pgm picture from --images,\n"
+    "parameters and an input picture (a random crop of a .png, .ppm or .pgm picture from --images,\n"
     "else a generated one), runs the block on it for every frame at golden-dump level 1 and\n"
     "holds params.ini, input.raw, the golden files of each frame and run.sh, the 'fbc golden'\n"
     "command that writes the same golden files again. A disabled block passes frames through\n"
@@ -54,7 +55,7 @@ const CommandSpec kSpec{
      {"seed", "S", "master seed, 0..4294967295"},
      {"outdir", "DIR", "directory of the tests (created if missing)"},
      {"settings", "FILE.ini", "generator settings, section [GlobalControl]"},
-     {"images", "DIR", "pictures (.ppm, .pgm) to crop inputs from"},
+     {"images", "DIR", "pictures (.png, .ppm, .pgm) to crop inputs from"},
      kOptRegisters},
     0,
     0};
@@ -142,7 +143,7 @@ Settings readSettings(const std::string& path) {
   return s;
 }
 
-// The pictures of --images: .ppm and .pgm files, in name order so that draws are reproducible.
+// The pictures of --images: .png, .ppm and .pgm files, in name order so that draws are reproducible.
 std::vector<std::string> listPictures(const std::string& dir) {
   std::error_code ec;
   if (!fs::is_directory(dir, ec)) inputError(dir + ": not a directory");
@@ -150,10 +151,10 @@ std::vector<std::string> listPictures(const std::string& dir) {
   for (const auto& entry : fs::directory_iterator(dir, ec)) {
     std::string ext = entry.path().extension().string();
     std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-    if ((ext == ".ppm" || ext == ".pgm") && entry.is_regular_file(ec)) pictures.push_back(entry.path().string());
+    if ((ext == ".png" || ext == ".ppm" || ext == ".pgm") && entry.is_regular_file(ec)) pictures.push_back(entry.path().string());
   }
   if (ec) inputError(dir + ": cannot list: " + ec.message());
-  if (pictures.empty()) inputError(dir + ": no .ppm or .pgm pictures");
+  if (pictures.empty()) inputError(dir + ": no .png, .ppm or .pgm pictures");
   std::sort(pictures.begin(), pictures.end());
   return pictures;
 }
@@ -328,7 +329,7 @@ int runRandom(const Words& argv) {
         options.cfa = t.cfa;
         Frame picture;
         std::string error;
-        if (!loadPicture(path, options, picture, error)) inputError(error);
+        if (!loadPictureOrPng(path, options, picture, error)) inputError(error);
         it = loaded.emplace(std::make_pair(path, t.cfa), std::move(picture)).first;
       }
       const Frame& picture = it->second;

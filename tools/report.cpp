@@ -9,6 +9,7 @@
 
 #include "codec/Compression1x8.h"
 #include "image/Picture.h"
+#include "image/Png.h"
 #include "tools/cli.h"
 
 namespace fbc::cli {
@@ -139,23 +140,38 @@ void printReport(std::ostream& os, const std::string& what, const Frame& image, 
   os << line;
 }
 
-void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
-                   const Frame& image, const RoundTrip& rt, int cfa) {
+const OptionSpec kOptFormat{"format", "F", "picture files: png (default) or pnm (.pgm and .ppm)"};
+
+PictureFormat pictureFormatOption(const Args& args) {
+  if (!args.has("format") || args.value("format") == "png") return PictureFormat::kPng;
+  if (args.value("format") == "pnm") return PictureFormat::kPnm;
+  usageError("--format: '" + args.value("format") + "' is not png or pnm");
+}
+
+void writePictures(std::ostream& os, const std::string& dir, const std::string& inputStem,
+                   const Frame& image, const RoundTrip& rt, int cfa, PictureFormat format) {
   constexpr int kMax12 = 4095;
   constexpr int kComparisonGap = 8;  // black columns between the two pictures
-  const std::string inputPath = joinPath(dir, inputName);
-  const std::string decodedPath = joinPath(dir, "decoded.pgm");
-  const std::string modesPath = joinPath(dir, "modes.ppm");
-  const std::string errorsPath = joinPath(dir, "errors.ppm");
-  const std::string comparePath = joinPath(dir, "compare.ppm");
+  const bool png = format == PictureFormat::kPng;
+  const std::string grey = png ? ".png" : ".pgm";
+  const std::string colour = png ? ".png" : ".ppm";
+  const auto greyBytes = [png](const Frame& f) { return png ? pngGreyBytes(f, kMax12) : pgmBytes(f, kMax12); };
+  const auto colourBytes = [png](const RgbImage& i, int maxval) {
+    return png ? pngRgbBytes(i, maxval) : ppmBytes(i, maxval);
+  };
+  const std::string inputPath = joinPath(dir, inputStem + grey);
+  const std::string decodedPath = joinPath(dir, "decoded" + grey);
+  const std::string modesPath = joinPath(dir, "modes" + colour);
+  const std::string errorsPath = joinPath(dir, "errors" + colour);
+  const std::string comparePath = joinPath(dir, "compare" + colour);
   const bool bayer = cfa >= 0 && cfa <= 3;
-  writeFileAtomic(inputPath, pgmBytes(image, kMax12));
-  writeFileAtomic(decodedPath, pgmBytes(rt.decoded, kMax12));
-  writeFileAtomic(modesPath, ppmBytes(modeMap(image.width, image.height, rt.blockModes), 255));
-  writeFileAtomic(errorsPath, ppmBytes(errorMap(image, rt.decoded, rt.maxError), 255));
+  writeFileAtomic(inputPath, greyBytes(image));
+  writeFileAtomic(decodedPath, greyBytes(rt.decoded));
+  writeFileAtomic(modesPath, colourBytes(modeMap(image.width, image.height, rt.blockModes), 255));
+  writeFileAtomic(errorsPath, colourBytes(errorMap(image, rt.decoded, rt.maxError), 255));
   if (bayer) {
     const RgbImage both = sideBySide(demosaiced(image, cfa), demosaiced(rt.decoded, cfa), kComparisonGap);
-    writeFileAtomic(comparePath, ppmBytes(both, kMax12));
+    writeFileAtomic(comparePath, colourBytes(both, kMax12));
   }
   os << "wrote: " << inputPath << ", " << decodedPath << ", " << modesPath << ", " << errorsPath
      << (bayer ? ", " + comparePath : std::string()) << "\nmode map:";

@@ -13,6 +13,11 @@
 class Compression1x8;
 
 namespace fbc::cli {
+class Args;
+struct OptionSpec;
+}  // namespace fbc::cli
+
+namespace fbc::cli {
 
 struct RoundTrip {
   std::array<long long, kModeCount> blocksPerMode{};
@@ -33,11 +38,19 @@ void printReport(std::ostream& os, const std::string& what, const Frame& image, 
 // Bayer layout argument of writePictures for input that is not a colour mosaic.
 constexpr int kNotBayer = -1;
 
-// Writes DIR/<inputName> (the input, 16-bit PGM), DIR/decoded.pgm, DIR/modes.ppm (one colour
-// per mode), DIR/errors.ppm (the absolute error per pixel on a heat scale whose top is the
-// largest error) and, when `cfa` is a Bayer layout 0..3, DIR/compare.ppm (input and decoded
-// picture demosaiced, side by side). Prints the file names and how to read the maps.
-void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
-                   const Frame& image, const RoundTrip& rt, int cfa);
+// The pictures' file type: PNG (.png, the default) or Netpbm (.pgm grey, .ppm colour).
+enum class PictureFormat { kPng, kPnm };
+// --format png|pnm of the commands that write pictures.
+extern const OptionSpec kOptFormat;
+PictureFormat pictureFormatOption(const Args& args);
+
+// Writes DIR/<inputStem> (the input), DIR/decoded, DIR/modes (one colour per mode), DIR/errors
+// (the absolute error per pixel on a heat scale whose top is the largest error) and, when `cfa`
+// is a Bayer layout 0..3, DIR/compare (input and decoded picture demosaiced, side by side), each
+// with the extension of `format`. The input, decoded and comparison pictures hold 12-bit values
+// (PNG: 16-bit samples with the 12 bits repeated below them, PNM: maxval 4095), the maps 8-bit
+// colours. Prints the file names and how to read the maps.
+void writePictures(std::ostream& os, const std::string& dir, const std::string& inputStem,
+                   const Frame& image, const RoundTrip& rt, int cfa, PictureFormat format);
 
 }  // namespace fbc::cli
