@@ -53,7 +53,10 @@ bool readHeader(ReadJob* job) {
   if (colour == PNG_COLOR_TYPE_GRAY && png_get_bit_depth(job->png, job->info) < 8) {
     png_set_expand_gray_1_2_4_to_8(job->png);
   }
-  if ((colour & PNG_COLOR_MASK_ALPHA) != 0) png_set_strip_alpha(job->png);
+  // Expanding a palette or a small grey turns a transparency chunk into alpha; strip it too.
+  if ((colour & PNG_COLOR_MASK_ALPHA) != 0 || png_get_valid(job->png, job->info, PNG_INFO_tRNS) != 0) {
+    png_set_strip_alpha(job->png);
+  }
   png_set_interlace_handling(job->png);
   png_read_update_info(job->png, job->info);
   job->image->width = static_cast<int>(png_get_image_width(job->png, job->info));
@@ -187,9 +190,12 @@ bool readPng(const std::string& path, PngImage& image, std::string& error) {
     ok = readBody(&job);
   }
   png_destroy_read_struct(job.png != nullptr ? &job.png : nullptr, job.info != nullptr ? &job.info : nullptr, nullptr);
+  const bool ended = std::feof(file) != 0;
   std::fclose(file);
   if (!ok) {
-    if (status.message[0] != '\0') error = path + ": damaged PNG file (" + status.message + ")";
+    if (status.message[0] != '\0') {
+      error = path + ": damaged PNG file (" + (ended ? std::string("it ends early") : status.message) + ")";
+    }
     return false;
   }
   // 16-bit samples are stored most significant byte first.

@@ -89,7 +89,7 @@ const ErrorCase kErrorCases[] = {
      "fbc encode: option --width given twice\n"},
     {"GoldenWithoutFrameIndex", "golden --width 12 --height 3 --outdir g in.raw",
      "fbc golden: missing required option --frame-index\n"},
-    {"DemoArgument", "demo extra", "fbc demo: expected 0 arguments, got 1 (usage: fbc demo [--out DIR])\n"},
+    {"DemoArgument", "demo extra", "fbc demo: expected 0 arguments, got 1 (usage: fbc demo [--out DIR] [--format png|pnm])\n"},
     {"UnknownCommand", "compress in.raw", "fbc: unknown command 'compress' (try 'fbc --help')\n"},
     {"NoCommand", "", "fbc: missing command (try 'fbc --help')\n"},
 };
