@@ -54,7 +54,8 @@ bool readHeader(ReadJob* job) {
     png_set_expand_gray_1_2_4_to_8(job->png);
   }
   // Expanding a palette or a small grey turns a transparency chunk into alpha; strip it too.
-  if ((colour & PNG_COLOR_MASK_ALPHA) != 0 || png_get_valid(job->png, job->info, PNG_INFO_tRNS) != 0) {
+  if ((colour & PNG_COLOR_MASK_ALPHA) != 0 ||
+      png_get_valid(job->png, job->info, PNG_INFO_tRNS) != 0) {
     png_set_strip_alpha(job->png);
   }
   png_set_interlace_handling(job->png);
@@ -92,8 +93,9 @@ bool writeAll(WriteJob* job) {
   if (setjmp(png_jmpbuf(job->png))) return false;
   const PngImage& image = *job->image;
   png_set_write_fn(job->png, job->out, appendToString, flushNothing);
-  png_set_IHDR(job->png, job->info, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height),
-               image.bitDepth, image.channels == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
+  png_set_IHDR(job->png, job->info, static_cast<png_uint_32>(image.width),
+               static_cast<png_uint_32>(image.height), image.bitDepth,
+               image.channels == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   if (job->significantBits < image.bitDepth) {
     png_color_8 bits{};
@@ -118,7 +120,8 @@ int bitsOfMaxval(int maxval) {
 PngImage widened(int width, int height, int channels, const int* values, int maxval) {
   const int bits = std::max(bitsOfMaxval(maxval), 1);
   PngImage image{width, height, channels, bits <= 8 ? 8 : 16, {}};
-  const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * channels;
+  const std::size_t count =
+      static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * channels;
   image.samples.resize(count);
   for (std::size_t i = 0; i < count; ++i) {
     const unsigned v = static_cast<unsigned>(std::min(std::max(values[i], 0), (1 << bits) - 1));
@@ -141,7 +144,8 @@ bool loadPng(const std::string& path, int cfa, Frame& frame, std::string& error)
   if (!readPng(path, image, error)) return false;
   const unsigned maxval = image.bitDepth == 16 ? 65535 : 255;
   std::vector<std::uint16_t> scaled(image.samples.size());
-  for (std::size_t i = 0; i < scaled.size(); ++i) scaled[i] = scalePnmSample(image.samples[i], maxval, kToolDepth);
+  for (std::size_t i = 0; i < scaled.size(); ++i)
+    scaled[i] = scalePnmSample(image.samples[i], maxval, kToolDepth);
   if (image.channels == 1) {
     Frame f(image.width, image.height, Frame::CS_RAW, kToolDepth);
     std::copy(scaled.begin(), scaled.end(), f.data);
@@ -183,27 +187,32 @@ bool readPng(const std::string& path, PngImage& image, std::string& error) {
     if (!ok) status.message[0] = '\0';
   }
   if (ok) {
-    const std::size_t rowBytes = static_cast<std::size_t>(result.width) * result.channels * (result.bitDepth / 8);
+    const std::size_t rowBytes =
+        static_cast<std::size_t>(result.width) * result.channels * (result.bitDepth / 8);
     bytes.resize(rowBytes * static_cast<std::size_t>(result.height));
     rows.resize(static_cast<std::size_t>(result.height));
     for (std::size_t y = 0; y < rows.size(); ++y) rows[y] = bytes.data() + y * rowBytes;
     ok = readBody(&job);
   }
-  png_destroy_read_struct(job.png != nullptr ? &job.png : nullptr, job.info != nullptr ? &job.info : nullptr, nullptr);
+  png_destroy_read_struct(job.png != nullptr ? &job.png : nullptr,
+                          job.info != nullptr ? &job.info : nullptr, nullptr);
   const bool ended = std::feof(file) != 0;
   std::fclose(file);
   if (!ok) {
     if (status.message[0] != '\0') {
-      error = path + ": damaged PNG file (" + (ended ? std::string("it ends early") : status.message) + ")";
+      error = path + ": damaged PNG file (" +
+              (ended ? std::string("it ends early") : status.message) + ")";
     }
     return false;
   }
   // 16-bit samples are stored most significant byte first.
-  const std::size_t count = static_cast<std::size_t>(result.width) * result.height * result.channels;
+  const std::size_t count =
+      static_cast<std::size_t>(result.width) * result.height * result.channels;
   result.samples.resize(count);
   for (std::size_t i = 0; i < count; ++i) {
-    result.samples[i] = result.bitDepth == 16 ? static_cast<std::uint16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1])
-                                              : bytes[i];
+    result.samples[i] = result.bitDepth == 16
+                            ? static_cast<std::uint16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1])
+                            : bytes[i];
   }
   image = std::move(result);
   return true;
@@ -222,7 +231,8 @@ bool isColourPng(const std::string& path) {
 
 std::string pngBytes(const PngImage& image, int significantBits) {
   const int bytesPerSample = image.bitDepth / 8;
-  const std::size_t rowBytes = static_cast<std::size_t>(image.width) * image.channels * bytesPerSample;
+  const std::size_t rowBytes =
+      static_cast<std::size_t>(image.width) * image.channels * bytesPerSample;
   std::vector<unsigned char> bytes(rowBytes * static_cast<std::size_t>(image.height));
   for (std::size_t i = 0; i < image.samples.size(); ++i) {
     if (bytesPerSample == 2) {
@@ -240,7 +250,8 @@ std::string pngBytes(const PngImage& image, int significantBits) {
   job.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &status, onPngError, onPngWarning);
   if (job.png != nullptr) job.info = png_create_info_struct(job.png);
   const bool ok = job.info != nullptr && writeAll(&job);
-  png_destroy_write_struct(job.png != nullptr ? &job.png : nullptr, job.info != nullptr ? &job.info : nullptr);
+  png_destroy_write_struct(job.png != nullptr ? &job.png : nullptr,
+                           job.info != nullptr ? &job.info : nullptr);
   // Only an exhausted memory fails here: sizes and depths are the caller's valid ones.
   if (!ok) throw std::bad_alloc();
   return out;

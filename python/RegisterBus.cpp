@@ -42,7 +42,8 @@ long long readElement(const Compression1x8& codec, const Element& e) {
   const char* p = reinterpret_cast<const char*>(&codec) + e.offset;
   if (e.size == 1) return *reinterpret_cast<const std::uint8_t*>(p);
   if (e.size == 2) {
-    return e.isSigned ? *reinterpret_cast<const std::int16_t*>(p) : *reinterpret_cast<const std::uint16_t*>(p);
+    return e.isSigned ? *reinterpret_cast<const std::int16_t*>(p)
+                      : *reinterpret_cast<const std::uint16_t*>(p);
   }
   return *reinterpret_cast<const std::int32_t*>(p);
 }
@@ -67,9 +68,11 @@ std::unique_ptr<BitMap> probe(RegisterTable& regs, std::string& error) {
     if (param == nullptr) continue;
     const int size = info.size == 1 || info.size == 2 ? info.size : 4;
     for (int i = 0; i < info.count; ++i) {
-      const std::string name = info.name.second + (info.count > 1 ? "[" + std::to_string(i) + "]" : "");
-      map->elements.push_back({static_cast<const char*>(var) - reinterpret_cast<const char*>(&scratch) + i * size,
-                               size, param->minVal < 0, -1, param->minVal, param->maxVal, name});
+      const std::string name =
+          info.name.second + (info.count > 1 ? "[" + std::to_string(i) + "]" : "");
+      map->elements.push_back(
+          {static_cast<const char*>(var) - reinterpret_cast<const char*>(&scratch) + i * size, size,
+           param->minVal < 0, -1, param->minVal, param->maxVal, name});
     }
   }
   for (const Element& e : map->elements) writeElement(scratch, e, 0);
@@ -117,8 +120,8 @@ std::string hex(std::uint32_t v) {
 
 }  // namespace
 
-bool readRegister(Compression1x8& codec, RegisterTable& regs, std::uint32_t address, std::uint16_t& value,
-                  std::string& error) {
+bool readRegister(Compression1x8& codec, RegisterTable& regs, std::uint32_t address,
+                  std::uint16_t& value, std::string& error) {
   std::map<int, int> values;
   std::vector<std::string> errors;
   if (!codec.getRegisterValue(regs, values, errors)) {
@@ -134,8 +137,8 @@ bool readRegister(Compression1x8& codec, RegisterTable& regs, std::uint32_t addr
   return true;
 }
 
-bool writeRegister(Compression1x8& codec, RegisterTable& regs, std::uint32_t address, std::uint16_t value,
-                   std::string& error) {
+bool writeRegister(Compression1x8& codec, RegisterTable& regs, std::uint32_t address,
+                   std::uint16_t value, std::string& error) {
   const BitMap* map = bitMap(regs, error);
   if (map == nullptr) return false;
   const auto links = map->links.find(address);
@@ -147,7 +150,8 @@ bool writeRegister(Compression1x8& codec, RegisterTable& regs, std::uint32_t add
   std::map<std::size_t, long long> updated;
   for (const BitLink& link : links->second) {
     auto it = updated.find(link.element);
-    if (it == updated.end()) it = updated.emplace(link.element, readElement(codec, map->elements[link.element])).first;
+    if (it == updated.end())
+      it = updated.emplace(link.element, readElement(codec, map->elements[link.element])).first;
     const long long bit = 1LL << link.elementBit;
     it->second = (value >> link.registerBit & 1) != 0 ? it->second | bit : it->second & ~bit;
   }
@@ -157,8 +161,9 @@ bool writeRegister(Compression1x8& codec, RegisterTable& regs, std::uint32_t add
     v &= span - 1;
     if (e.isSigned && (v & (span >> 1)) != 0) v -= span;
     if (v < e.minVal || v > e.maxVal) {
-      error = "register " + hex(address) + " = " + hex(value) + " gives " + e.name + " = " + std::to_string(v) +
-              ", out of range " + std::to_string(e.minVal) + ".." + std::to_string(e.maxVal);
+      error = "register " + hex(address) + " = " + hex(value) + " gives " + e.name + " = " +
+              std::to_string(v) + ", out of range " + std::to_string(e.minVal) + ".." +
+              std::to_string(e.maxVal);
       return false;
     }
   }

@@ -27,8 +27,12 @@ constexpr int kMax12 = 4095;
 constexpr long long kMaxSide = cli::kMaxSide;
 constexpr long long kMaxPixels = cli::kMaxPixels;
 
-[[noreturn]] void valueError(const std::string& message) { throw py::value_error(message); }
-[[noreturn]] void typeError(const std::string& message) { throw py::type_error(message); }
+[[noreturn]] void valueError(const std::string& message) {
+  throw py::value_error(message);
+}
+[[noreturn]] void typeError(const std::string& message) {
+  throw py::type_error(message);
+}
 
 std::string shapeText(const py::array& a) {
   std::string s = "(";
@@ -41,13 +45,17 @@ std::string shapeText(const py::array& a) {
 // larger array), else a C-ordered copy.
 template <class T>
 py::array_t<T> rowsOf(const py::handle& obj, const char* name, const char* dtypeName) {
-  if (!py::isinstance<py::array>(obj)) typeError(std::string(name) + ": expected a numpy array of " + dtypeName);
+  if (!py::isinstance<py::array>(obj))
+    typeError(std::string(name) + ": expected a numpy array of " + dtypeName);
   py::array a = py::reinterpret_borrow<py::array>(obj);
   if (!a.dtype().is(py::dtype::of<T>())) {
-    typeError(std::string(name) + ": expected dtype " + dtypeName + ", got " + std::string(py::str(a.dtype())));
+    typeError(std::string(name) + ": expected dtype " + dtypeName + ", got " +
+              std::string(py::str(a.dtype())));
   }
-  if (a.ndim() != 2) valueError(std::string(name) + ": expected a 2-D array, got shape " + shapeText(a));
-  if (a.shape(0) < 1 || a.shape(1) < 1) valueError(std::string(name) + ": empty array of shape " + shapeText(a));
+  if (a.ndim() != 2)
+    valueError(std::string(name) + ": expected a 2-D array, got shape " + shapeText(a));
+  if (a.shape(0) < 1 || a.shape(1) < 1)
+    valueError(std::string(name) + ": empty array of shape " + shapeText(a));
   const bool rows = a.strides(1) == static_cast<py::ssize_t>(sizeof(T)) &&
                     a.strides(0) % static_cast<py::ssize_t>(sizeof(T)) == 0 &&
                     reinterpret_cast<std::uintptr_t>(a.data()) % alignof(T) == 0;
@@ -56,24 +64,26 @@ py::array_t<T> rowsOf(const py::handle& obj, const char* name, const char* dtype
 }
 
 void checkSize(const char* name, py::ssize_t height, py::ssize_t width) {
-  if (width > kMaxSide || height > kMaxSide || static_cast<long long>(width) * height > kMaxPixels) {
+  if (width > kMaxSide || height > kMaxSide ||
+      static_cast<long long>(width) * height > kMaxPixels) {
     valueError(std::string(name) + ": " + std::to_string(height) + " x " + std::to_string(width) +
-               " is too large (at most " + std::to_string(kMaxSide) + " per side and " + std::to_string(kMaxPixels) +
-               " pixels)");
+               " is too large (at most " + std::to_string(kMaxSide) + " per side and " +
+               std::to_string(kMaxPixels) + " pixels)");
   }
 }
 
 // An integer in lo..hi named `name`; anything but an integer is a TypeError.
 long long integerArg(const py::handle& obj, const char* name, long long lo, long long hi) {
   if (!PyIndex_Check(obj.ptr()) || py::isinstance<py::bool_>(obj)) {
-    typeError(std::string(name) + ": expected an integer, got " + std::string(py::str(obj.get_type().attr("__name__"))));
+    typeError(std::string(name) + ": expected an integer, got " +
+              std::string(py::str(obj.get_type().attr("__name__"))));
   }
   int overflow = 0;
-  const long long v = PyLong_AsLongLongAndOverflow(py::reinterpret_steal<py::object>(PyNumber_Index(obj.ptr())).ptr(),
-                                                   &overflow);
+  const long long v = PyLong_AsLongLongAndOverflow(
+      py::reinterpret_steal<py::object>(PyNumber_Index(obj.ptr())).ptr(), &overflow);
   if (overflow != 0 || v < lo || v > hi) {
-    valueError(std::string(name) + ": " + std::string(py::str(obj)) + " is out of range " + std::to_string(lo) + ".." +
-               std::to_string(hi));
+    valueError(std::string(name) + ": " + std::string(py::str(obj)) + " is out of range " +
+               std::to_string(lo) + ".." + std::to_string(hi));
   }
   return v;
 }
@@ -82,7 +92,8 @@ class Codec {
  public:
   Codec(const std::optional<std::string>& params, const py::kwargs& registers) {
     std::vector<std::string> overrides;
-    for (const auto& [key, value] : registers) overrides.push_back(overrideText(py::str(key), value));
+    for (const auto& [key, value] : registers)
+      overrides.push_back(overrideText(py::str(key), value));
     try {
       cli::loadRegisters(codec_, cli::builtinRegisters(), params.value_or(""), overrides);
     } catch (const cli::Error& e) {
@@ -126,23 +137,26 @@ class Codec {
       }
     }
     if (badRow >= 0) {
-      valueError("img: value " + std::to_string(px[badRow * stride + badColumn]) + " at [" + std::to_string(badRow) +
-                 ", " + std::to_string(badColumn) + "] is above 4095");
+      valueError("img: value " + std::to_string(px[badRow * stride + badColumn]) + " at [" +
+                 std::to_string(badRow) + ", " + std::to_string(badColumn) + "] is above 4095");
     }
     if (!enabled) valueError("the block is disabled (reg_fbc_en=0): it codes nothing");
     return codes;
   }
 
-  py::array_t<std::uint16_t> decode(const py::handle& codesArg, const std::optional<long long>& widthArg) {
+  py::array_t<std::uint16_t> decode(const py::handle& codesArg,
+                                    const std::optional<long long>& widthArg) {
     const py::array_t<std::uint8_t> in = rowsOf<std::uint8_t>(codesArg, "codes", "uint8");
     const py::ssize_t height = in.shape(0), rowBytes = in.shape(1);
     if (rowBytes % 8 != 0) {
-      valueError("codes: " + std::to_string(rowBytes) + " columns, expected a multiple of 8 (one 8-byte code per block)");
+      valueError("codes: " + std::to_string(rowBytes) +
+                 " columns, expected a multiple of 8 (one 8-byte code per block)");
     }
     const long long width = widthArg.value_or(rowBytes);
     if (width < 1 || ((width + 7) & ~7LL) != rowBytes) {
-      valueError("width: " + std::to_string(width) + " does not fit codes of " + std::to_string(rowBytes) +
-                 " columns (expected " + std::to_string(rowBytes - 7) + ".." + std::to_string(rowBytes) + ")");
+      valueError("width: " + std::to_string(width) + " does not fit codes of " +
+                 std::to_string(rowBytes) + " columns (expected " + std::to_string(rowBytes - 7) +
+                 ".." + std::to_string(rowBytes) + ")");
     }
     checkSize("codes", height, width);
     py::array_t<std::uint16_t> pixels({height, static_cast<py::ssize_t>(width)});
@@ -154,7 +168,9 @@ class Codec {
       py::gil_scoped_release unlocked;
       const std::lock_guard<std::mutex> lock(mutex_);
       enabled = codec_.Enable == 1;
-      if (enabled) codec_.decodeFrame(codes, stride, static_cast<int>(width), static_cast<int>(height), out, width);
+      if (enabled)
+        codec_.decodeFrame(codes, stride, static_cast<int>(width), static_cast<int>(height), out,
+                           width);
     }
     if (!enabled) valueError("the block is disabled (reg_fbc_en=0): it decodes nothing");
     return pixels;
@@ -163,7 +179,8 @@ class Codec {
   std::uint64_t encodeBlock(const py::handle& px8, int parity, long long frameIndex) {
     int pixels[8];
     readBlock(px8, pixels);
-    if (parity != 0 && parity != 1) valueError("parity: " + std::to_string(parity) + " is not 0 or 1");
+    if (parity != 0 && parity != 1)
+      valueError("parity: " + std::to_string(parity) + " is not 0 or 1");
     if (frameIndex < 0 || frameIndex > 0x7FFFFFFF) {
       valueError("frame_index: " + std::to_string(frameIndex) + " is out of range 0..2147483647");
     }
@@ -174,7 +191,8 @@ class Codec {
 
   py::array_t<std::uint16_t> decodeBlock(const py::handle& code) {
     if (!PyIndex_Check(code.ptr()) || py::isinstance<py::bool_>(code)) {
-      typeError("code: expected an integer, got " + std::string(py::str(code.get_type().attr("__name__"))));
+      typeError("code: expected an integer, got " +
+                std::string(py::str(code.get_type().attr("__name__"))));
     }
     const py::int_ value = py::reinterpret_steal<py::int_>(PyNumber_Index(code.ptr()));
     const unsigned long long bits = PyLong_AsUnsignedLongLong(value.ptr());
@@ -228,7 +246,8 @@ class Codec {
   // A keyword register as the tool's --set KEY=VALUE: an integer, or a sequence for an array.
   static std::string overrideText(const std::string& key, const py::handle& value) {
     if (PyIndex_Check(value.ptr()) && !py::isinstance<py::bool_>(value)) {
-      return key + "=" + std::string(py::str(py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()))));
+      return key + "=" +
+             std::string(py::str(py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()))));
     }
     if (py::isinstance<py::sequence>(value) && !py::isinstance<py::str>(value)) {
       std::string text = key + "=";
@@ -238,7 +257,8 @@ class Codec {
         if (!PyIndex_Check(item.ptr()) || py::isinstance<py::bool_>(item)) {
           typeError(key + ": element " + std::to_string(i) + " is not an integer");
         }
-        text += (i ? "," : "") + std::string(py::str(py::reinterpret_steal<py::object>(PyNumber_Index(item.ptr()))));
+        text += (i ? "," : "") +
+                std::string(py::str(py::reinterpret_steal<py::object>(PyNumber_Index(item.ptr()))));
       }
       return text;
     }
@@ -253,17 +273,22 @@ class Codec {
         typeError("px8: expected integer pixels, got dtype " + std::string(py::str(a.dtype())));
       }
     } else if (!py::isinstance<py::sequence>(px8) || py::isinstance<py::str>(px8)) {
-      typeError("px8: expected a sequence of 8 integers, got " + std::string(py::str(px8.get_type().attr("__name__"))));
+      typeError("px8: expected a sequence of 8 integers, got " +
+                std::string(py::str(px8.get_type().attr("__name__"))));
     }
     const py::sequence items = py::reinterpret_borrow<py::sequence>(px8);
-    if (items.size() != 8) valueError("px8: expected 8 pixels, got " + std::to_string(items.size()));
+    if (items.size() != 8)
+      valueError("px8: expected 8 pixels, got " + std::to_string(items.size()));
     for (std::size_t k = 0; k < 8; ++k) {
       const py::object item = items[k];
       if (!PyIndex_Check(item.ptr()) || py::isinstance<py::bool_>(item)) {
         typeError("px8: pixel " + std::to_string(k) + " is not an integer");
       }
-      const long long v = py::reinterpret_steal<py::int_>(PyNumber_Index(item.ptr())).cast<long long>();
-      if (v < 0 || v > kMax12) valueError("px8: pixel " + std::to_string(k) + " = " + std::to_string(v) + " is out of range 0..4095");
+      const long long v =
+          py::reinterpret_steal<py::int_>(PyNumber_Index(item.ptr())).cast<long long>();
+      if (v < 0 || v > kMax12)
+        valueError("px8: pixel " + std::to_string(k) + " = " + std::to_string(v) +
+                   " is out of range 0..4095");
       pixels[k] = static_cast<int>(v);
     }
   }
@@ -278,7 +303,8 @@ py::array_t<std::uint8_t> modes(const py::handle& codesArg) {
   const py::array_t<std::uint8_t> in = rowsOf<std::uint8_t>(codesArg, "codes", "uint8");
   const py::ssize_t height = in.shape(0), rowBytes = in.shape(1);
   if (rowBytes % 8 != 0) {
-    valueError("codes: " + std::to_string(rowBytes) + " columns, expected a multiple of 8 (one 8-byte code per block)");
+    valueError("codes: " + std::to_string(rowBytes) +
+               " columns, expected a multiple of 8 (one 8-byte code per block)");
   }
   py::array_t<std::uint8_t> out({height, rowBytes / 8});
   const std::uint8_t* codes = in.data();
@@ -286,7 +312,8 @@ py::array_t<std::uint8_t> modes(const py::handle& codesArg) {
   for (py::ssize_t y = 0; y < height; ++y) {
     // The prefix sits in the top bits of each code: the last of its 8 bytes.
     for (py::ssize_t b = 0; b < rowBytes / 8; ++b) {
-      dst[y * (rowBytes / 8) + b] = static_cast<std::uint8_t>(kPrefixTable.mode[codes[y * in.strides(0) + 8 * b + 7]]);
+      dst[y * (rowBytes / 8) + b] =
+          static_cast<std::uint8_t>(kPrefixTable.mode[codes[y * in.strides(0) + 8 * b + 7]]);
     }
   }
   return out;
@@ -298,19 +325,28 @@ py::array_t<std::uint8_t> modes(const py::handle& codesArg) {
 
 PYBIND11_MODULE(fbc, m) {
   using fbc::python::Codec;
-  m.doc() = "Bit-exact model of a 1x8 frame-buffer compression block: 12-bit pixels, 64-bit block codes.";
+  m.doc() =
+      "Bit-exact model of a 1x8 frame-buffer compression block: 12-bit pixels, 64-bit block codes.";
   py::class_<Codec>(m, "Codec",
-                    "A codec with its own registers: the block's defaults, then the parameter file `params`, then\n"
-                    "each keyword register (an integer, or a sequence for an array), as `fbc --params --set` gives them.")
-      .def(py::init<const std::optional<std::string>&, const py::kwargs&>(), py::arg("params") = py::none())
+                    "A codec with its own registers: the block's defaults, then the parameter file "
+                    "`params`, then\n"
+                    "each keyword register (an integer, or a sequence for an array), as `fbc "
+                    "--params --set` gives them.")
+      .def(py::init<const std::optional<std::string>&, const py::kwargs&>(),
+           py::arg("params") = py::none())
       .def("encode", &Codec::encode, py::arg("img"), py::arg("cfa") = 0, py::arg("frame_index") = 0,
-           "uint16 H x W pixels 0..4095 -> uint8 H x ((W + 7) & ~7): each block's 64-bit code little-endian.")
+           "uint16 H x W pixels 0..4095 -> uint8 H x ((W + 7) & ~7): each block's 64-bit code "
+           "little-endian.")
       .def("decode", &Codec::decode, py::arg("codes"), py::arg("width") = py::none(),
-           "uint8 H x ((W + 7) & ~7) codes -> uint16 H x W 12-bit pixels; width defaults to the codes' columns.")
-      .def("encode_block", &Codec::encodeBlock, py::arg("px8"), py::arg("parity") = 0, py::arg("frame_index") = 0,
-           "Eight pixels 0..4095 -> their 64-bit code (bit i is element i), coded as the frame driver codes a\n"
+           "uint8 H x ((W + 7) & ~7) codes -> uint16 H x W 12-bit pixels; width defaults to the "
+           "codes' columns.")
+      .def("encode_block", &Codec::encodeBlock, py::arg("px8"), py::arg("parity") = 0,
+           py::arg("frame_index") = 0,
+           "Eight pixels 0..4095 -> their 64-bit code (bit i is element i), coded as the frame "
+           "driver codes a\n"
            "block of a row of that parity in a frame of that index.")
-      .def("decode_block", &Codec::decodeBlock, py::arg("code"), "A 64-bit code -> uint16[8] 12-bit pixels.")
+      .def("decode_block", &Codec::decodeBlock, py::arg("code"),
+           "A 64-bit code -> uint16[8] 12-bit pixels.")
       .def_property_readonly("registers", &Codec::registers,
                              "Every parameter by key: an int, or a list for an array.")
       .def("write_register", &Codec::writeRegister, py::arg("address"), py::arg("value"),
