@@ -75,7 +75,7 @@ class SameBytesAsTheTool(ToolRun):
     def test_strided_and_reordered_arrays_code_as_their_values(self):
         big = picture(20, 80, 2)
         codec = fbc.Codec()
-        for view in (big[::2, 3:40], big[:, ::2], np.asfortranarray(big[:7, :30]), big[::-1, ::-1],
+        for view in (big[::2, 3:40], big[::-1], big[:, ::2], np.asfortranarray(big[:7, :30]), big[::-1, ::-1],
                      np.frombuffer(b"\0" + big.tobytes(), np.uint16, big.size, 1).reshape(big.shape)[:4]):
             with self.subTest(strides=view.strides):
                 np.testing.assert_array_equal(codec.encode(view), self.tool_encode(np.ascontiguousarray(view)))
