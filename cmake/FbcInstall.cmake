@@ -45,7 +45,11 @@ string(REGEX REPLACE "/$" "" FBC_PC_PREFIX "${FBC_PC_PREFIX}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/fbc.pc.in ${PROJECT_BINARY_DIR}/fbc.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/fbc.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# `make package` in the build tree (or `make package` at the top): a .deb and a .tar.gz.
+# `make package` in the build tree (or `make package` at the top): a .deb and a .tar.gz. A
+# project that includes this one packages itself.
+if(NOT PROJECT_IS_TOP_LEVEL)
+  return()
+endif()
 set(CPACK_PACKAGE_NAME fbc)
 set(CPACK_PACKAGE_VENDOR "fbc")
 set(CPACK_PACKAGE_CONTACT "fbc maintainers <fbc@localhost>")

@@ -2,24 +2,27 @@
 # Builds and runs the consumer programs against an installed fbc, once through find_package(fbc)
 # and once through pkg-config.
 #
-#   run.sh [--install BUILD_DIR] [--readme README.md] [--version V] PREFIX WORK_DIR
+#   run.sh [--install BUILD_DIR] [--readme README.md] [--version V] [--subproject SRC] PREFIX WORK_DIR
 #
 # --install first installs the build tree BUILD_DIR into PREFIX (a scratch prefix: it is
 # emptied first); --readme checks that the README shows each consumer source verbatim;
-# --version checks the version both package files report. WORK_DIR is emptied and rebuilt.
+# --version checks the version both package files report; --subproject also builds the C
+# program in a project that includes the source tree SRC by add_subdirectory. WORK_DIR is
+# emptied and rebuilt.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-build= readme= version=
+build= readme= version= subproject=
 while [ $# -gt 2 ]; do
   case $1 in
     --install) build=$2 ;;
     --readme) readme=$2 ;;
     --version) version=$2 ;;
+    --subproject) subproject=$2 ;;
     *) echo "run.sh: unknown option $1" >&2; exit 2 ;;
   esac
   shift 2
 done
-[ $# -eq 2 ] || { echo "usage: run.sh [--install BUILD_DIR] [--readme README.md] [--version V] PREFIX WORK_DIR" >&2; exit 2; }
+[ $# -eq 2 ] || { echo "usage: run.sh [--install BUILD_DIR] [--readme README.md] [--version V] [--subproject SRC] PREFIX WORK_DIR" >&2; exit 2; }
 prefix=$1 work=$2
 CC=${CC:-cc} CXX=${CXX:-c++}
 rm -rf "$work"
@@ -60,6 +63,16 @@ export PKG_CONFIG_PATH
   -o "$work/pc_cxx"
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir fbc)${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH} "$work/pc_c"
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir fbc)${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH} "$work/pc_cxx"
+
+if [ -n "$subproject" ]; then
+  echo "== add_subdirectory($subproject)"
+  cmake -S "$here/subproject" -B "$work/subproject" -DFBC_SOURCE_DIR="$subproject" -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" ${LAUNCHER:+-DCMAKE_CXX_COMPILER_LAUNCHER=$LAUNCHER} \
+    >"$work/subproject.log"
+  cmake --build "$work/subproject" -j "${JOBS:-2}" --target hello_fbc_c >>"$work/subproject.log" ||
+    { cat "$work/subproject.log"; exit 1; }
+  "$work/subproject/hello_fbc_c"
+fi
 
 echo "== the tool in $prefix"
 "$prefix/bin/fbc" regs "$prefix/share/fbc/sample_params.ini" | head -n 2
