@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 PYTHON ?= /usr/bin/python3
 CMAKE_ARGS ?=
 
-.PHONY: all build demo test bench fuzz clean
+.PHONY: all build demo test bench fuzz package clean
 
 all: build
 
@@ -29,13 +29,17 @@ bench:
 	cmake --build build-bench -j $(JOBS)
 	build-bench/fbc selftest --count 20000
 	build-bench/fbc bench
-	build-bench/fbc_bench --benchmark_min_time=0.1
+	build-bench/bench/fbc_bench --benchmark_min_time=0.1
 	if [ -d build-bench/python ]; then PYTHONPATH=build-bench/python $(PYTHON) bench/python_bench.py build-bench/fbc; fi
 
 # Every fuzz target for FUZZ_SECONDS (default 60) each with clang and libFuzzer, in build-fuzz;
 # ends with a table of executions, coverage and findings.
 fuzz:
 	JOBS=$(JOBS) fuzz/run.sh
+
+# The installable packages of the build: $(BUILD)/fbc-VERSION-Linux.tar.gz and a .deb (CPack).
+package: build
+	cmake --build $(BUILD) --target package
 
 clean:
 	rm -rf $(BUILD)

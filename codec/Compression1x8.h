@@ -8,8 +8,6 @@
 // frame drivers and golden files in FrameDriver.cpp.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -107,10 +105,12 @@ public:
     void decodeEdge7(bool* code, int* out) { decodeEdge(7, fbc::packCode(code), out); }
 
     // --- frame drivers ----------------------------------------------------------------------
-    // The per-frame state every block of a frame is coded under: its width and the DPCM swing
-    // row, which alternates with the frame index when software swing is on. A block coded on
-    // its own is coded as in a frame of index 0.
-    void beginFrame(int width, int frameIndex);
+    // The DPCM rounder row of a frame: the frame index's parity under sw_dpcm_swing_en, else
+    // reg_dpcm_swing_rounder_en. Every frame driver and block caller sets it this way.
+    void beginFrame(int frameIndex);
+    // The row parity the Truncate extension sees for row y: layouts 1 and 3 (GRBG, GBRG) start
+    // with the other colour pair.
+    static bool rowParity(int cfa, int y) { return (cfa & ~2) == 1 ? (y & 1) == 0 : (y & 1) == 1; }
     void allocateCompressedFrame(int width, int height, Frame& f);
     void compressDecompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex);
     void CompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex);
@@ -118,14 +118,6 @@ public:
     // The host-facing decoder: `height` rows of `width` bytes of block codes into 16-bit pixels.
     void DecompressFrame(unsigned char* in, unsigned short* out, int width, int height,
                          int reserved);
-    // Host buffers with row strides in elements: `height` rows of `width` 12-bit pixels
-    // (0..4095, checked by the caller) into rows of (width + 7) & ~7 code bytes, each block's
-    // code little-endian, exactly as CompressFrame codes the frame; and such rows back into
-    // 12-bit pixels (the hardware's 16-bit output shifted down by 4). The block must be enabled.
-    void encodeFrame(const std::uint16_t* pixels, std::ptrdiff_t pixelStride, int width, int height, int cfa,
-                     int frameIndex, std::uint8_t* codes, std::ptrdiff_t codeStride);
-    void decodeFrame(const std::uint8_t* codes, std::ptrdiff_t codeStride, int width, int height,
-                     std::uint16_t* pixels, std::ptrdiff_t pixelStride);
     // Decodes rows [rowBegin, rowEnd) of such a buffer; the whole-buffer call is one range.
     void decompressRows(const unsigned char* in, unsigned short* out, int width, int rowBegin,
                         int rowEnd);

@@ -38,9 +38,6 @@ struct File {
 // Whether a frame's samples can be addressed directly: no accessor offsets to apply.
 bool plain(const Frame& f) { return f.offsetX == 0 && f.offsetY == 0 && f.data != nullptr; }
 
-// Row parity for the Truncate extension: layouts 1 and 3 start with the other colour pair.
-bool rowParity(int cfa, int y) { return (cfa & ~2) == 1 ? (y & 1) == 0 : (y & 1) == 1; }
-
 // Without golden files and on plain frames, whole rows go through the fast path.
 void compressRowsFast(Compression1x8& codec, const Frame& in, Frame& out, int cfa) {
     const CodecVariant* variant = activeVariant();
@@ -48,7 +45,7 @@ void compressRowsFast(Compression1x8& codec, const Frame& in, Frame& out, int cf
     std::vector<BlockCode> codes(static_cast<std::size_t>((in.width + 7) / 8));
     const int bytes = static_cast<int>(8 * codes.size());
     for (int y = 0; y < in.height; ++y) {
-        const bool parity = rowParity(cfa, y);
+        const bool parity = Compression1x8::rowParity(cfa, y);
         encoder.encodeRow(in.data + static_cast<std::size_t>(y) * in.width, in.width, parity, codes.data());
         PIXEL* dst = out.data + static_cast<std::size_t>(y) * out.width;
         if (variant) {
@@ -94,6 +91,10 @@ void Compression1x8::allocateCompressedFrame(int width, int height, Frame& f) {
     f.depth = 8;
 }
 
+void Compression1x8::beginFrame(int frameIndex) {
+    SwingRowSelect = sw_dpcm_swing_en != 0 ? (frameIndex & 1) : reg_dpcm_swing_rounder_en;
+}
+
 void Compression1x8::compressDecompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex) {
     Frame tmp(Frame::CS_RAW, CFA_RGGB, 16, RGBIR_NONE);
     allocateCompressedFrame(in.width, in.height, tmp);
@@ -101,14 +102,10 @@ void Compression1x8::compressDecompressFrame(const Frame& in, Frame& out, int cf
     DecompressFrame(tmp, out, frameIndex);
 }
 
-void Compression1x8::beginFrame(int width, int frameIndex) {
-    FrameWidth = width;
-    SwingRowSelect = sw_dpcm_swing_en != 0 ? (frameIndex & 1) : reg_dpcm_swing_rounder_en;
-}
-
 void Compression1x8::CompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex) {
     out.cfa = static_cast<CFA_TYPE_HW>(cfa);
-    beginFrame(in.width, frameIndex);
+    FrameWidth = in.width;
+    beginFrame(frameIndex);
     if (Enable == 0) {
         out = in;
         return;
@@ -219,34 +216,6 @@ void Compression1x8::DecompressFrame(unsigned char* in, unsigned short* out, int
         return;
     }
     decompressRows(in, out, width, 0, height);
-}
-
-void Compression1x8::encodeFrame(const std::uint16_t* pixels, std::ptrdiff_t pixelStride, int width, int height,
-                                 int cfa, int frameIndex, std::uint8_t* codes, std::ptrdiff_t codeStride) {
-    beginFrame(width, frameIndex);
-    FastEncoder encoder(*this, activeVariant());
-    std::vector<int> row(static_cast<std::size_t>(width));
-    const std::size_t rowBytes = static_cast<std::size_t>((width + 7) & ~7);
-    std::vector<BlockCode> rowCodes(rowBytes / 8);
-    for (int y = 0; y < height; ++y) {
-        const std::uint16_t* src = pixels + y * pixelStride;
-        std::copy(src, src + width, row.begin());
-        encoder.encodeRow(row.data(), width, rowParity(cfa, y), rowCodes.data());
-        // Codes are stored little-endian: their bytes in memory are the row's bytes.
-        std::uint8_t* dst = codes + y * codeStride;
-        for (std::size_t b = 0; b < rowCodes.size(); ++b)
-            for (int k = 0; k < 8; ++k) dst[8 * b + k] = static_cast<std::uint8_t>(rowCodes[b] >> (8 * k));
-    }
-}
-
-void Compression1x8::decodeFrame(const std::uint8_t* codes, std::ptrdiff_t codeStride, int width, int height,
-                                 std::uint16_t* pixels, std::ptrdiff_t pixelStride) {
-    FastDecoder decoder(*this, activeVariant());
-    for (int y = 0; y < height; ++y) {
-        std::uint16_t* dst = pixels + y * pixelStride;
-        decoder.decodeRow(codes + y * codeStride, width, dst);
-        for (int x = 0; x < width; ++x) dst[x] = static_cast<std::uint16_t>(dst[x] >> 4);
-    }
 }
 
 void Compression1x8::decompressRows(const unsigned char* in, unsigned short* out, int width, int rowBegin,

@@ -1,21 +1,20 @@
-// The Python module `fbc`: the codec over numpy arrays. Frames are coded straight from and into
-// the arrays' memory with the interpreter lock released; every argument is checked first, so a
-// failed call raises before anything is written or any register changes.
+// The Python module `fbc`: the C interface <fbc/fbc.h> over numpy arrays. Frames are coded
+// straight from and into the arrays' memory with the interpreter lock released; every argument is
+// checked first, and a failed call of the interface changes nothing, so a call that raises has
+// written nothing and changed no register.
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "codec/BlockCode.h"
-#include "codec/Compression1x8.h"
-#include "python/RegisterBus.h"
-#include "tools/cli.h"
-#include "tools/codec_config.h"
+#include <fbc/fbc.h>
 
 namespace py = pybind11;
 
@@ -24,8 +23,9 @@ namespace fbc::python {
 namespace {
 
 constexpr int kMax12 = 4095;
-constexpr long long kMaxSide = cli::kMaxSide;
-constexpr long long kMaxPixels = cli::kMaxPixels;
+// The tool's limits on a picture.
+constexpr long long kMaxSide = 65536;
+constexpr long long kMaxPixels = 1LL << 28;
 
 [[noreturn]] void valueError(const std::string& message) {
   throw py::value_error(message);
@@ -88,16 +88,25 @@ long long integerArg(const py::handle& obj, const char* name, long long lo, long
   return v;
 }
 
+// The C interface's failure on `c` as the exception of its kind, prefixed with the argument it
+// concerns.
+[[noreturn]] void raise(const fbc_codec* c, int rc, const std::string& argument) {
+  const std::string message = (argument.empty() ? "" : argument + ": ") + fbc_error(c);
+  if (rc == FBC_ERR_NOMEM) throw std::bad_alloc();
+  valueError(message);
+}
+
 class Codec {
  public:
-  Codec(const std::optional<std::string>& params, const py::kwargs& registers) {
-    std::vector<std::string> overrides;
-    for (const auto& [key, value] : registers)
-      overrides.push_back(overrideText(py::str(key), value));
-    try {
-      cli::loadRegisters(codec_, cli::builtinRegisters(), params.value_or(""), overrides);
-    } catch (const cli::Error& e) {
-      valueError(e.what());
+  Codec(const std::optional<std::string>& params, const py::kwargs& registers) : codec_(fbc_new(), fbc_free) {
+    if (!codec_) throw std::bad_alloc();
+    if (params) {
+      if (const int rc = fbc_load_params(codec_.get(), params->c_str()); rc != FBC_OK) raise(codec_.get(), rc, "params");
+    }
+    for (const auto& [key, value] : registers) {
+      const std::string name = py::str(key);
+      const std::string text = valueText(name, value);
+      if (const int rc = fbc_set(codec_.get(), name.c_str(), text.c_str()); rc != FBC_OK) raise(codec_.get(), rc, name);
     }
   }
 
@@ -114,85 +123,62 @@ class Codec {
     const std::uint16_t* px = in.data();
     const std::ptrdiff_t stride = in.strides(0) / static_cast<py::ssize_t>(sizeof(std::uint16_t));
     std::uint8_t* out = codes.mutable_data();
-    py::ssize_t badRow = -1, badColumn = 0;
-    bool enabled = true;
+    int rc = FBC_OK;
     {
       py::gil_scoped_release unlocked;
-      // Every pixel is checked before the first block is coded.
-      for (py::ssize_t y = 0; y < height && badRow < 0; ++y) {
-        const std::uint16_t* row = px + y * stride;
-        std::uint16_t top = 0;
-        for (py::ssize_t x = 0; x < width; ++x) top = row[x] > top ? row[x] : top;
-        if (top <= kMax12) continue;
-        badRow = y;
-        while (row[badColumn] <= kMax12) ++badColumn;
-      }
-      if (badRow < 0) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        enabled = codec_.Enable == 1;
-        if (enabled) {
-          codec_.encodeFrame(px, stride, static_cast<int>(width), static_cast<int>(height), cfa,
-                             static_cast<int>(frameIndex), out, rowBytes);
-        }
-      }
+      const std::lock_guard<std::mutex> lock(mutex_);
+      rc = fbc_encode_frame(codec_.get(), px, stride, static_cast<int>(width), static_cast<int>(height), cfa,
+                            static_cast<int>(frameIndex), out, rowBytes);
     }
-    if (badRow >= 0) {
-      valueError("img: value " + std::to_string(px[badRow * stride + badColumn]) + " at [" +
-                 std::to_string(badRow) + ", " + std::to_string(badColumn) + "] is above 4095");
-    }
-    if (!enabled) valueError("the block is disabled (reg_fbc_en=0): it codes nothing");
+    if (rc != FBC_OK) raise(codec_.get(), rc, rc == FBC_ERR_PIXEL ? "img" : "");
     return codes;
   }
 
-  py::array_t<std::uint16_t> decode(const py::handle& codesArg,
-                                    const std::optional<long long>& widthArg) {
+  py::array_t<std::uint16_t> decode(const py::handle& codesArg, const std::optional<long long>& widthArg) {
     const py::array_t<std::uint8_t> in = rowsOf<std::uint8_t>(codesArg, "codes", "uint8");
     const py::ssize_t height = in.shape(0), rowBytes = in.shape(1);
     if (rowBytes % 8 != 0) {
-      valueError("codes: " + std::to_string(rowBytes) +
-                 " columns, expected a multiple of 8 (one 8-byte code per block)");
+      valueError("codes: " + std::to_string(rowBytes) + " columns, expected a multiple of 8 (one 8-byte code per block)");
     }
     const long long width = widthArg.value_or(rowBytes);
     if (width < 1 || ((width + 7) & ~7LL) != rowBytes) {
-      valueError("width: " + std::to_string(width) + " does not fit codes of " +
-                 std::to_string(rowBytes) + " columns (expected " + std::to_string(rowBytes - 7) +
-                 ".." + std::to_string(rowBytes) + ")");
+      valueError("width: " + std::to_string(width) + " does not fit codes of " + std::to_string(rowBytes) +
+                 " columns (expected " + std::to_string(rowBytes - 7) + ".." + std::to_string(rowBytes) + ")");
     }
     checkSize("codes", height, width);
     py::array_t<std::uint16_t> pixels({height, static_cast<py::ssize_t>(width)});
     const std::uint8_t* codes = in.data();
     const std::ptrdiff_t stride = in.strides(0);
     std::uint16_t* out = pixels.mutable_data();
-    bool enabled = true;
+    int rc = FBC_OK;
     {
       py::gil_scoped_release unlocked;
       const std::lock_guard<std::mutex> lock(mutex_);
-      enabled = codec_.Enable == 1;
-      if (enabled)
-        codec_.decodeFrame(codes, stride, static_cast<int>(width), static_cast<int>(height), out,
-                           width);
+      rc = fbc_decode_frame(codec_.get(), codes, stride, static_cast<int>(width), static_cast<int>(height), out,
+                            static_cast<std::ptrdiff_t>(width));
     }
-    if (!enabled) valueError("the block is disabled (reg_fbc_en=0): it decodes nothing");
+    if (rc != FBC_OK) raise(codec_.get(), rc, "");
     return pixels;
   }
 
   std::uint64_t encodeBlock(const py::handle& px8, int parity, long long frameIndex) {
-    int pixels[8];
+    std::uint16_t pixels[8];
     readBlock(px8, pixels);
-    if (parity != 0 && parity != 1)
-      valueError("parity: " + std::to_string(parity) + " is not 0 or 1");
+    if (parity != 0 && parity != 1) valueError("parity: " + std::to_string(parity) + " is not 0 or 1");
     if (frameIndex < 0 || frameIndex > 0x7FFFFFFF) {
       valueError("frame_index: " + std::to_string(frameIndex) + " is out of range 0..2147483647");
     }
     const std::lock_guard<std::mutex> lock(mutex_);
-    codec_.beginFrame(8, static_cast<int>(frameIndex));
-    return codec_.encodeBlock(pixels, parity != 0);
+    std::uint64_t code = 0;
+    int rc = fbc_set_frame_index(codec_.get(), static_cast<std::int32_t>(frameIndex));
+    if (rc == FBC_OK) rc = fbc_encode_block_checked(codec_.get(), pixels, parity, &code);
+    if (rc != FBC_OK) raise(codec_.get(), rc, "px8");
+    return code;
   }
 
   py::array_t<std::uint16_t> decodeBlock(const py::handle& code) {
     if (!PyIndex_Check(code.ptr()) || py::isinstance<py::bool_>(code)) {
-      typeError("code: expected an integer, got " +
-                std::string(py::str(code.get_type().attr("__name__"))));
+      typeError("code: expected an integer, got " + std::string(py::str(code.get_type().attr("__name__"))));
     }
     const py::int_ value = py::reinterpret_steal<py::int_>(PyNumber_Index(code.ptr()));
     const unsigned long long bits = PyLong_AsUnsignedLongLong(value.ptr());
@@ -200,13 +186,9 @@ class Codec {
       PyErr_Clear();
       valueError("code: " + std::string(py::str(code)) + " is not a 64-bit code (0..2**64-1)");
     }
-    int pixels[8];
-    {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      codec_.decodeBlock(bits, pixels);
-    }
     py::array_t<std::uint16_t> out(8);
-    for (int k = 0; k < 8; ++k) out.mutable_at(k) = static_cast<std::uint16_t>(pixels[k]);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    fbc_decode_block(codec_.get(), bits, out.mutable_data());
     return out;
   }
 
@@ -214,12 +196,16 @@ class Codec {
   py::dict registers() {
     const std::lock_guard<std::mutex> lock(mutex_);
     py::dict out;
-    for (const auto& [var, info] : codec_.bindings()) {
-      const int* values = static_cast<const int*>(var);
-      if (info.count == 1) {
-        out[py::str(info.name.second)] = values[0];
+    for (std::size_t i = 0; const char* key = fbc_param_key(i); ++i) {
+      std::size_t count = 0;
+      int rc = fbc_get(codec_.get(), key, nullptr, 0, &count);
+      std::vector<std::int32_t> values(count);
+      if (rc == FBC_OK) rc = fbc_get(codec_.get(), key, values.data(), values.size(), &count);
+      if (rc != FBC_OK) raise(codec_.get(), rc, key);
+      if (count == 1) {
+        out[py::str(key)] = values[0];
       } else {
-        out[py::str(info.name.second)] = std::vector<int>(values, values + info.count);
+        out[py::str(key)] = values;
       }
     }
     return out;
@@ -228,37 +214,35 @@ class Codec {
   void writeRegister(const py::handle& address, const py::handle& value) {
     const auto a = static_cast<std::uint32_t>(integerArg(address, "address", 0, 0xFFFFFFFF));
     const auto v = static_cast<std::uint16_t>(integerArg(value, "value", 0, 0xFFFF));
-    std::string error;
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (!python::writeRegister(codec_, cli::builtinRegisters(), a, v, error)) valueError(error);
+    if (const int rc = fbc_write_register(codec_.get(), a, v); rc != FBC_OK) {
+      raise(codec_.get(), rc, rc == FBC_ERR_ADDRESS ? "address" : "value");
+    }
   }
 
   int readRegister(const py::handle& address) {
     const auto a = static_cast<std::uint32_t>(integerArg(address, "address", 0, 0xFFFFFFFF));
     std::uint16_t v = 0;
-    std::string error;
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (!python::readRegister(codec_, cli::builtinRegisters(), a, v, error)) valueError(error);
+    if (const int rc = fbc_read_register(codec_.get(), a, &v); rc != FBC_OK) raise(codec_.get(), rc, "address");
     return v;
   }
 
  private:
-  // A keyword register as the tool's --set KEY=VALUE: an integer, or a sequence for an array.
-  static std::string overrideText(const std::string& key, const py::handle& value) {
+  // A keyword register as fbc_set takes it: an integer, or a sequence of them for an array.
+  static std::string valueText(const std::string& key, const py::handle& value) {
     if (PyIndex_Check(value.ptr()) && !py::isinstance<py::bool_>(value)) {
-      return key + "=" +
-             std::string(py::str(py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()))));
+      return py::str(py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr())));
     }
     if (py::isinstance<py::sequence>(value) && !py::isinstance<py::str>(value)) {
-      std::string text = key + "=";
+      std::string text;
       const py::sequence items = py::reinterpret_borrow<py::sequence>(value);
       for (std::size_t i = 0; i < items.size(); ++i) {
         const py::object item = items[i];
         if (!PyIndex_Check(item.ptr()) || py::isinstance<py::bool_>(item)) {
           typeError(key + ": element " + std::to_string(i) + " is not an integer");
         }
-        text += (i ? "," : "") +
-                std::string(py::str(py::reinterpret_steal<py::object>(PyNumber_Index(item.ptr()))));
+        text += (i ? "," : "") + std::string(py::str(py::reinterpret_steal<py::object>(PyNumber_Index(item.ptr()))));
       }
       return text;
     }
@@ -266,35 +250,32 @@ class Codec {
               std::string(py::str(value.get_type().attr("__name__"))));
   }
 
-  static void readBlock(const py::handle& px8, int pixels[8]) {
+  static void readBlock(const py::handle& px8, std::uint16_t pixels[8]) {
     if (py::isinstance<py::array>(px8)) {
       const py::array a = py::reinterpret_borrow<py::array>(px8);
       if (a.dtype().kind() != 'u' && a.dtype().kind() != 'i') {
         typeError("px8: expected integer pixels, got dtype " + std::string(py::str(a.dtype())));
       }
     } else if (!py::isinstance<py::sequence>(px8) || py::isinstance<py::str>(px8)) {
-      typeError("px8: expected a sequence of 8 integers, got " +
-                std::string(py::str(px8.get_type().attr("__name__"))));
+      typeError("px8: expected a sequence of 8 integers, got " + std::string(py::str(px8.get_type().attr("__name__"))));
     }
     const py::sequence items = py::reinterpret_borrow<py::sequence>(px8);
-    if (items.size() != 8)
-      valueError("px8: expected 8 pixels, got " + std::to_string(items.size()));
+    if (items.size() != 8) valueError("px8: expected 8 pixels, got " + std::to_string(items.size()));
     for (std::size_t k = 0; k < 8; ++k) {
       const py::object item = items[k];
       if (!PyIndex_Check(item.ptr()) || py::isinstance<py::bool_>(item)) {
         typeError("px8: pixel " + std::to_string(k) + " is not an integer");
       }
-      const long long v =
-          py::reinterpret_steal<py::int_>(PyNumber_Index(item.ptr())).cast<long long>();
-      if (v < 0 || v > kMax12)
-        valueError("px8: pixel " + std::to_string(k) + " = " + std::to_string(v) +
-                   " is out of range 0..4095");
-      pixels[k] = static_cast<int>(v);
+      const long long v = py::reinterpret_steal<py::int_>(PyNumber_Index(item.ptr())).cast<long long>();
+      if (v < 0 || v > kMax12) {
+        valueError("px8: pixel " + std::to_string(k) + " = " + std::to_string(v) + " is out of range 0..4095");
+      }
+      pixels[k] = static_cast<std::uint16_t>(v);
     }
   }
 
-  std::mutex mutex_;  // one frame or block at a time: the codec keeps per-block working state
-  Compression1x8 codec_{"FBC", false};
+  std::mutex mutex_;  // one call at a time: a codec object is used by one thread at a time
+  std::unique_ptr<fbc_codec, void (*)(fbc_codec*)> codec_;
 };
 
 // The mode number of every block, told by its code's prefix (curve coding, chosen by a register,
@@ -303,17 +284,17 @@ py::array_t<std::uint8_t> modes(const py::handle& codesArg) {
   const py::array_t<std::uint8_t> in = rowsOf<std::uint8_t>(codesArg, "codes", "uint8");
   const py::ssize_t height = in.shape(0), rowBytes = in.shape(1);
   if (rowBytes % 8 != 0) {
-    valueError("codes: " + std::to_string(rowBytes) +
-               " columns, expected a multiple of 8 (one 8-byte code per block)");
+    valueError("codes: " + std::to_string(rowBytes) + " columns, expected a multiple of 8 (one 8-byte code per block)");
   }
-  py::array_t<std::uint8_t> out({height, rowBytes / 8});
-  const std::uint8_t* codes = in.data();
+  const py::ssize_t blocks = rowBytes / 8;
+  py::array_t<std::uint8_t> out({height, blocks});
   std::uint8_t* dst = out.mutable_data();
   for (py::ssize_t y = 0; y < height; ++y) {
-    // The prefix sits in the top bits of each code: the last of its 8 bytes.
-    for (py::ssize_t b = 0; b < rowBytes / 8; ++b) {
-      dst[y * (rowBytes / 8) + b] =
-          static_cast<std::uint8_t>(kPrefixTable.mode[codes[y * in.strides(0) + 8 * b + 7]]);
+    const std::uint8_t* row = in.data() + y * in.strides(0);
+    for (py::ssize_t b = 0; b < blocks; ++b) {
+      std::uint64_t code = 0;
+      for (int k = 7; k >= 0; --k) code = code << 8 | row[8 * b + k];  // little-endian
+      dst[y * blocks + b] = static_cast<std::uint8_t>(fbc_code_mode(nullptr, code));
     }
   }
   return out;

@@ -22,7 +22,8 @@ const CommandSpec kSpec{
     "decoded image (decoded.png), a mode map (modes.png), an error map (errors.png: the\n"
     "absolute error of each pixel as heat) and, for Bayer input (a colour .png or .ppm, or\n"
     "any input with --cfa), the demosaiced input and decoded pictures side by side\n"
-    "(compare.png); with --format pnm as .pgm (grey) and .ppm (colour) pictures instead.\n\n" FBC_INPUT_PICTURE_HELP,
+    "(compare.png); with --format pnm as .pgm (grey) and .ppm (colour) pictures instead. A\n"
+    "disabled block (reg_fbc_en=0) codes nothing and is refused.\n\n" FBC_INPUT_PICTURE_HELP,
     {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, {"out", "DIR", "directory for the pictures"}, kOptFormat, kOptParams,
      kOptSet, kOptRegisters},
     1,
@@ -37,11 +38,17 @@ int runRoundtrip(const Words& argv) {
   if (args.has("out") && args.value("out").empty()) usageError("--out: empty directory name");
   const PictureFormat format = pictureFormatOption(args);
   const std::string& path = args.positional()[0];
-  const Frame image = readInputImage(path, args);
   const bool bayer = pictureExtension(path) == ".ppm" || isColourPng(path) || args.has("cfa");
-
+  if (args.has("out")) {
+    refuseOverwritingInputs(inputFiles(args, path),
+                            picturePaths(args.value("out"), "input", bayer ? cfa : kNotBayer, format));
+    checkOutputDirectory(args.value("out"));
+  }
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
+  requireEnabled(codec);
+  const Frame image = readInputImage(path, args);
+
   const RoundTrip rt = runRoundTrip(codec, image, cfa);
   printReport(std::cout, path, image, rt);
   if (args.has("out")) {

@@ -148,23 +148,35 @@ PictureFormat pictureFormatOption(const Args& args) {
   usageError("--format: '" + args.value("format") + "' is not png or pnm");
 }
 
+std::vector<std::string> picturePaths(const std::string& dir, const std::string& inputStem, int cfa,
+                                      PictureFormat format) {
+  const std::string grey = format == PictureFormat::kPng ? ".png" : ".pgm";
+  const std::string colour = format == PictureFormat::kPng ? ".png" : ".ppm";
+  std::vector<std::string> paths;
+  for (const std::string& name : {inputStem + grey, "decoded" + grey, "modes" + colour, "errors" + colour,
+                                  "compare" + colour}) {
+    paths.push_back(joinPath(dir, name));
+  }
+  if (cfa < 0 || cfa > 3) paths.pop_back();
+  return paths;
+}
+
 void writePictures(std::ostream& os, const std::string& dir, const std::string& inputStem,
                    const Frame& image, const RoundTrip& rt, int cfa, PictureFormat format) {
   constexpr int kMax12 = 4095;
   constexpr int kComparisonGap = 8;  // black columns between the two pictures
   const bool png = format == PictureFormat::kPng;
-  const std::string grey = png ? ".png" : ".pgm";
-  const std::string colour = png ? ".png" : ".ppm";
   const auto greyBytes = [png](const Frame& f) { return png ? pngGreyBytes(f, kMax12) : pgmBytes(f, kMax12); };
   const auto colourBytes = [png](const RgbImage& i, int maxval) {
     return png ? pngRgbBytes(i, maxval) : ppmBytes(i, maxval);
   };
-  const std::string inputPath = joinPath(dir, inputStem + grey);
-  const std::string decodedPath = joinPath(dir, "decoded" + grey);
-  const std::string modesPath = joinPath(dir, "modes" + colour);
-  const std::string errorsPath = joinPath(dir, "errors" + colour);
-  const std::string comparePath = joinPath(dir, "compare" + colour);
-  const bool bayer = cfa >= 0 && cfa <= 3;
+  const std::vector<std::string> paths = picturePaths(dir, inputStem, cfa, format);
+  const std::string& inputPath = paths[0];
+  const std::string& decodedPath = paths[1];
+  const std::string& modesPath = paths[2];
+  const std::string& errorsPath = paths[3];
+  const bool bayer = paths.size() == 5;
+  const std::string comparePath = bayer ? paths[4] : std::string();
   writeFileAtomic(inputPath, greyBytes(image));
   writeFileAtomic(decodedPath, greyBytes(rt.decoded));
   writeFileAtomic(modesPath, colourBytes(modeMap(image.width, image.height, rt.blockModes), 255));

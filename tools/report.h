@@ -44,12 +44,16 @@ enum class PictureFormat { kPng, kPnm };
 extern const OptionSpec kOptFormat;
 PictureFormat pictureFormatOption(const Args& args);
 
-// Writes DIR/<inputStem> (the input), DIR/decoded, DIR/modes (one colour per mode), DIR/errors
-// (the absolute error per pixel on a heat scale whose top is the largest error) and, when `cfa`
-// is a Bayer layout 0..3, DIR/compare (input and decoded picture demosaiced, side by side), each
-// with the extension of `format`. The input, decoded and comparison pictures hold 12-bit values
-// (PNG: 16-bit samples with the 12 bits repeated below them, PNM: maxval 4095), the maps 8-bit
-// colours. Prints the file names and how to read the maps.
+// The files writePictures writes, in its order: DIR/<inputStem>, DIR/decoded, DIR/modes,
+// DIR/errors and, when `cfa` is a Bayer layout 0..3, DIR/compare, each with the extension of
+// `format` (.png; or .pgm for grey and .ppm for colour).
+std::vector<std::string> picturePaths(const std::string& dir, const std::string& inputStem, int cfa,
+                                      PictureFormat format);
+// Writes the input, the decoded picture, the mode map (one colour per mode), the error map (the
+// absolute error per pixel on a heat scale whose top is the largest error) and, for a Bayer
+// layout, the input and decoded pictures demosaiced side by side. The input, decoded and
+// comparison pictures hold 12-bit values (PNG: 16-bit samples with the 12 bits repeated below
+// them, PNM: maxval 4095), the maps 8-bit colours. Prints the file names and how to read the maps.
 void writePictures(std::ostream& os, const std::string& dir, const std::string& inputStem,
                    const Frame& image, const RoundTrip& rt, int cfa, PictureFormat format);
 
