@@ -98,15 +98,18 @@ long long integerArg(const py::handle& obj, const char* name, long long lo, long
 
 class Codec {
  public:
-  Codec(const std::optional<std::string>& params, const py::kwargs& registers) : codec_(fbc_new(), fbc_free) {
+  Codec(const std::optional<std::string>& params, const py::kwargs& registers)
+      : codec_(fbc_new(), fbc_free) {
     if (!codec_) throw std::bad_alloc();
     if (params) {
-      if (const int rc = fbc_load_params(codec_.get(), params->c_str()); rc != FBC_OK) raise(codec_.get(), rc, "params");
+      if (const int rc = fbc_load_params(codec_.get(), params->c_str()); rc != FBC_OK)
+        raise(codec_.get(), rc, "params");
     }
     for (const auto& [key, value] : registers) {
       const std::string name = py::str(key);
       const std::string text = valueText(name, value);
-      if (const int rc = fbc_set(codec_.get(), name.c_str(), text.c_str()); rc != FBC_OK) raise(codec_.get(), rc, name);
+      if (const int rc = fbc_set(codec_.get(), name.c_str(), text.c_str()); rc != FBC_OK)
+        raise(codec_.get(), rc, name);
     }
   }
 
@@ -127,23 +130,27 @@ class Codec {
     {
       py::gil_scoped_release unlocked;
       const std::lock_guard<std::mutex> lock(mutex_);
-      rc = fbc_encode_frame(codec_.get(), px, stride, static_cast<int>(width), static_cast<int>(height), cfa,
-                            static_cast<int>(frameIndex), out, rowBytes);
+      rc = fbc_encode_frame(codec_.get(), px, stride, static_cast<int>(width),
+                            static_cast<int>(height), cfa, static_cast<int>(frameIndex), out,
+                            rowBytes);
     }
     if (rc != FBC_OK) raise(codec_.get(), rc, rc == FBC_ERR_PIXEL ? "img" : "");
     return codes;
   }
 
-  py::array_t<std::uint16_t> decode(const py::handle& codesArg, const std::optional<long long>& widthArg) {
+  py::array_t<std::uint16_t> decode(const py::handle& codesArg,
+                                    const std::optional<long long>& widthArg) {
     const py::array_t<std::uint8_t> in = rowsOf<std::uint8_t>(codesArg, "codes", "uint8");
     const py::ssize_t height = in.shape(0), rowBytes = in.shape(1);
     if (rowBytes % 8 != 0) {
-      valueError("codes: " + std::to_string(rowBytes) + " columns, expected a multiple of 8 (one 8-byte code per block)");
+      valueError("codes: " + std::to_string(rowBytes) +
+                 " columns, expected a multiple of 8 (one 8-byte code per block)");
     }
     const long long width = widthArg.value_or(rowBytes);
     if (width < 1 || ((width + 7) & ~7LL) != rowBytes) {
-      valueError("width: " + std::to_string(width) + " does not fit codes of " + std::to_string(rowBytes) +
-                 " columns (expected " + std::to_string(rowBytes - 7) + ".." + std::to_string(rowBytes) + ")");
+      valueError("width: " + std::to_string(width) + " does not fit codes of " +
+                 std::to_string(rowBytes) + " columns (expected " + std::to_string(rowBytes - 7) +
+                 ".." + std::to_string(rowBytes) + ")");
     }
     checkSize("codes", height, width);
     py::array_t<std::uint16_t> pixels({height, static_cast<py::ssize_t>(width)});
@@ -154,8 +161,8 @@ class Codec {
     {
       py::gil_scoped_release unlocked;
       const std::lock_guard<std::mutex> lock(mutex_);
-      rc = fbc_decode_frame(codec_.get(), codes, stride, static_cast<int>(width), static_cast<int>(height), out,
-                            static_cast<std::ptrdiff_t>(width));
+      rc = fbc_decode_frame(codec_.get(), codes, stride, static_cast<int>(width),
+                            static_cast<int>(height), out, static_cast<std::ptrdiff_t>(width));
     }
     if (rc != FBC_OK) raise(codec_.get(), rc, "");
     return pixels;
@@ -164,7 +171,8 @@ class Codec {
   std::uint64_t encodeBlock(const py::handle& px8, int parity, long long frameIndex) {
     std::uint16_t pixels[8];
     readBlock(px8, pixels);
-    if (parity != 0 && parity != 1) valueError("parity: " + std::to_string(parity) + " is not 0 or 1");
+    if (parity != 0 && parity != 1)
+      valueError("parity: " + std::to_string(parity) + " is not 0 or 1");
     if (frameIndex < 0 || frameIndex > 0x7FFFFFFF) {
       valueError("frame_index: " + std::to_string(frameIndex) + " is out of range 0..2147483647");
     }
@@ -178,7 +186,8 @@ class Codec {
 
   py::array_t<std::uint16_t> decodeBlock(const py::handle& code) {
     if (!PyIndex_Check(code.ptr()) || py::isinstance<py::bool_>(code)) {
-      typeError("code: expected an integer, got " + std::string(py::str(code.get_type().attr("__name__"))));
+      typeError("code: expected an integer, got " +
+                std::string(py::str(code.get_type().attr("__name__"))));
     }
     const py::int_ value = py::reinterpret_steal<py::int_>(PyNumber_Index(code.ptr()));
     const unsigned long long bits = PyLong_AsUnsignedLongLong(value.ptr());
@@ -224,7 +233,8 @@ class Codec {
     const auto a = static_cast<std::uint32_t>(integerArg(address, "address", 0, 0xFFFFFFFF));
     std::uint16_t v = 0;
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (const int rc = fbc_read_register(codec_.get(), a, &v); rc != FBC_OK) raise(codec_.get(), rc, "address");
+    if (const int rc = fbc_read_register(codec_.get(), a, &v); rc != FBC_OK)
+      raise(codec_.get(), rc, "address");
     return v;
   }
 
@@ -242,7 +252,8 @@ class Codec {
         if (!PyIndex_Check(item.ptr()) || py::isinstance<py::bool_>(item)) {
           typeError(key + ": element " + std::to_string(i) + " is not an integer");
         }
-        text += (i ? "," : "") + std::string(py::str(py::reinterpret_steal<py::object>(PyNumber_Index(item.ptr()))));
+        text += (i ? "," : "") +
+                std::string(py::str(py::reinterpret_steal<py::object>(PyNumber_Index(item.ptr()))));
       }
       return text;
     }
@@ -257,18 +268,22 @@ class Codec {
         typeError("px8: expected integer pixels, got dtype " + std::string(py::str(a.dtype())));
       }
     } else if (!py::isinstance<py::sequence>(px8) || py::isinstance<py::str>(px8)) {
-      typeError("px8: expected a sequence of 8 integers, got " + std::string(py::str(px8.get_type().attr("__name__"))));
+      typeError("px8: expected a sequence of 8 integers, got " +
+                std::string(py::str(px8.get_type().attr("__name__"))));
     }
     const py::sequence items = py::reinterpret_borrow<py::sequence>(px8);
-    if (items.size() != 8) valueError("px8: expected 8 pixels, got " + std::to_string(items.size()));
+    if (items.size() != 8)
+      valueError("px8: expected 8 pixels, got " + std::to_string(items.size()));
     for (std::size_t k = 0; k < 8; ++k) {
       const py::object item = items[k];
       if (!PyIndex_Check(item.ptr()) || py::isinstance<py::bool_>(item)) {
         typeError("px8: pixel " + std::to_string(k) + " is not an integer");
       }
-      const long long v = py::reinterpret_steal<py::int_>(PyNumber_Index(item.ptr())).cast<long long>();
+      const long long v =
+          py::reinterpret_steal<py::int_>(PyNumber_Index(item.ptr())).cast<long long>();
       if (v < 0 || v > kMax12) {
-        valueError("px8: pixel " + std::to_string(k) + " = " + std::to_string(v) + " is out of range 0..4095");
+        valueError("px8: pixel " + std::to_string(k) + " = " + std::to_string(v) +
+                   " is out of range 0..4095");
       }
       pixels[k] = static_cast<std::uint16_t>(v);
     }
@@ -284,7 +299,8 @@ py::array_t<std::uint8_t> modes(const py::handle& codesArg) {
   const py::array_t<std::uint8_t> in = rowsOf<std::uint8_t>(codesArg, "codes", "uint8");
   const py::ssize_t height = in.shape(0), rowBytes = in.shape(1);
   if (rowBytes % 8 != 0) {
-    valueError("codes: " + std::to_string(rowBytes) + " columns, expected a multiple of 8 (one 8-byte code per block)");
+    valueError("codes: " + std::to_string(rowBytes) +
+               " columns, expected a multiple of 8 (one 8-byte code per block)");
   }
   const py::ssize_t blocks = rowBytes / 8;
   py::array_t<std::uint8_t> out({height, blocks});
