@@ -1,6 +1,7 @@
 """The Python module against the fbc tool: the same picture and registers give the same bytes."""
 import os
 import subprocess
+import sys
 import tempfile
 import threading
 import unittest
@@ -11,6 +12,7 @@ import fbc
 
 TOOL = os.environ["FBC_TOOL"]
 SAMPLE_PARAMS = os.environ["FBC_SAMPLE_PARAMS"]
+SOURCE_DIR = os.environ["FBC_SOURCE_DIR"]
 
 
 def picture(height, width, seed):
@@ -218,6 +220,15 @@ class Threads(unittest.TestCase):
             t.join()
         self.assertEqual(errors, [])
         self.assertEqual(len(results), 6)
+
+
+class Readme(unittest.TestCase):
+    def test_the_readme_snippet_runs_from_the_source_tree(self):
+        with open(os.path.join(SOURCE_DIR, "README.md")) as f:
+            text = f.read()
+        snippet = text.split("```python\n", 1)[1].split("```", 1)[0]
+        r = subprocess.run([sys.executable, "-c", snippet], cwd=SOURCE_DIR, capture_output=True, text=True)
+        self.assertEqual(r.returncode, 0, r.stderr)
 
 
 if __name__ == "__main__":
