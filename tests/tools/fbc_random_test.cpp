@@ -58,7 +58,7 @@ TEST(Random, EveryTestRerunsThroughGolden) {
     EXPECT_NE(script.find("\"${FBC:-fbc}\" golden --params params.ini --width "), std::string::npos);
     EXPECT_NE(script.find(" --frame-index 1 --outdir \"$out\" input.raw\n"), std::string::npos);
 
-    const std::string cmd = "FBC='" FBC_BINARY_DIR "/fbc' sh '" + testDir + "/run.sh' '" + dir.file("rerun") +
+    const std::string cmd = "FBC='" FBC_TOOL "' sh '" + testDir + "/run.sh' '" + dir.file("rerun") +
                             "' >/dev/null";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     std::set<std::string> golden;
@@ -83,7 +83,7 @@ TEST(Random, DisabledBlockWritesNoGoldenFiles) {
   EXPECT_EQ(listTree(dir.file("t")),
             (std::set<std::string>{"test_0000/params.ini", "test_0000/input.raw", "test_0000/run.sh"}));
   EXPECT_NE(readBytes(dir.file("t/test_0000/params.ini")).find("[Enable]\nreg_fbc_en=0\n"), std::string::npos);
-  const std::string cmd = "FBC='" FBC_BINARY_DIR "/fbc' sh '" + dir.file("t/test_0000/run.sh") + "' '" +
+  const std::string cmd = "FBC='" FBC_TOOL "' sh '" + dir.file("t/test_0000/run.sh") + "' '" +
                           dir.file("rerun") + "' 2>'" + dir.file("err") + "'";
   ASSERT_EQ(std::system(cmd.c_str()), 0);
   EXPECT_EQ(readBytes(dir.file("err")), "fbc golden: block disabled (reg_fbc_en=0): no golden files written\n");
@@ -227,7 +227,7 @@ TEST(RandomCheck, ListsEveryDifference) {
   const TempDir dir;
   writeBytes(dir.file("s.ini"), "[GlobalControl]\nwidth_max=20\nheight_max=2\n");
   ASSERT_EQ(runFbc(dir, "random --count 2 --seed 3 --outdir t --settings s.ini").status, 0);
-  writeBytes(dir.file("same"), "#!/bin/sh\nexec '" FBC_BINARY_DIR "/fbc' \"$@\"\n");
+  writeBytes(dir.file("same"), "#!/bin/sh\nexec '" FBC_TOOL "' \"$@\"\n");
   std::filesystem::permissions(dir.file("same"), std::filesystem::perms::owner_all);
   Outcome r = runFbc(dir, "random check t --fbc-like ./same");
   EXPECT_EQ(r.status, 0) << r.err;
