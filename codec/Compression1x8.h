@@ -8,6 +8,7 @@
 // frame drivers and golden files in FrameDriver.cpp.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -130,6 +131,12 @@ public:
     // Decodes rows [rowBegin, rowEnd) of such a buffer; the whole-buffer call is one range.
     void decompressRows(const unsigned char* in, unsigned short* out, int width, int rowBegin,
                         int rowEnd);
+    // Splits rows [0, rows) into one contiguous range per thread, at most Threads threads and
+    // one per row, and runs work(codec, rowBegin, rowEnd) for each: the caller's thread takes
+    // the first range with this codec, every other thread a copy of it. An instrumented codec
+    // keeps every row on the caller's thread. Returns once all are done; the first exception
+    // of any range is rethrown.
+    void splitRows(int rows, const std::function<void(Compression1x8&, int, int)>& work);
     // The compression driver on 16-bit samples, without golden files: `height` rows of `width`
     // samples at `in` into rows of (width + 7) & ~7 code bytes at `out`, each block's code
     // little-endian, exactly the bytes CompressFrame stores in its output frame.

@@ -43,45 +43,10 @@ struct File {
 // Whether a frame's samples can be addressed directly: no accessor offsets to apply.
 bool plain(const Frame& f) { return f.offsetX == 0 && f.offsetY == 0 && f.data != nullptr; }
 
-// Splits rows [0, rows) into one contiguous range per thread, at most codec.Threads threads and
-// one per row, and runs work(codec, begin, end) for each range: the caller's thread takes the
-// first with `codec` itself, every other thread a copy of it (rows are independent once the
-// registers are fixed; the copies keep the per-block working state apart). An instrumented codec
-// records into one trace and one coverage table: it keeps every row on the caller's thread.
-// Returns once every range is done; the first failure of any range is rethrown.
-template <class Work>
-void splitRows(Compression1x8& codec, int rows, const Work& work) {
-    const int n = codec.instrumented() ? 1 : std::max(1, std::min(codec.Threads, rows));
-    if (n == 1) return work(codec, 0, rows);
-    const auto first = [&](int i) { return static_cast<int>(static_cast<long long>(rows) * i / n); };
-    std::vector<std::unique_ptr<Compression1x8>> copies;
-    for (int i = 1; i < n; ++i) copies.push_back(std::make_unique<Compression1x8>(codec));
-    std::vector<std::exception_ptr> errors(static_cast<std::size_t>(n));
-    const auto run = [&](int i) {
-        try {
-            work(i == 0 ? codec : *copies[static_cast<std::size_t>(i - 1)], first(i), first(i + 1));
-        } catch (...) {
-            errors[static_cast<std::size_t>(i)] = std::current_exception();
-        }
-    };
-    std::vector<std::thread> threads;
-    int started = 1;
-    try {
-        for (; started < n; ++started) threads.emplace_back(run, started);
-    } catch (const std::system_error&) {
-        // No more threads to be had: the caller's thread codes the ranges left over.
-    }
-    run(0);
-    for (int i = started; i < n; ++i) run(i);
-    for (std::thread& t : threads) t.join();
-    for (const std::exception_ptr& e : errors)
-        if (e) std::rethrow_exception(e);
-}
-
 // Without golden files and on plain frames, whole rows go through the fast path.
 void compressRowsFast(Compression1x8& codec, const Frame& in, Frame& out, int cfa) {
     const CodecVariant* variant = activeVariant();
-    splitRows(codec, in.height, [&](Compression1x8& c, int begin, int end) {
+    codec.splitRows(in.height, [&](Compression1x8& c, int begin, int end) {
         FastEncoder encoder(c, variant);
         std::vector<BlockCode> codes(static_cast<std::size_t>((in.width + 7) / 8));
         const int bytes = static_cast<int>(8 * codes.size());
@@ -111,7 +76,7 @@ void decompressRowsFast(Compression1x8& codec, const Frame& in, Frame& out) {
     // multiple of 8: every code is whole.
     const bool direct = out.width >= in.width;
     const int n = direct ? in.width : out.width;
-    splitRows(codec, in.height, [&](Compression1x8& c, int begin, int end) {
+    codec.splitRows(in.height, [&](Compression1x8& c, int begin, int end) {
         FastDecoder decoder(c, variant);
         decoder.setStreaming(streaming);
         std::vector<PIXEL> px(direct ? 0 : static_cast<std::size_t>(in.width));
@@ -132,7 +97,7 @@ void decompressRowsFast(Compression1x8& codec, const Frame& in, Frame& out) {
 void decompressBytes(Compression1x8& codec, const unsigned char* in, std::size_t inStride, unsigned short* out,
                      int width, int rowBegin, int rowEnd) {
     const CodecVariant* variant = codec.instrumented() ? nullptr : activeVariant();
-    splitRows(codec, rowEnd - rowBegin, [&](Compression1x8& c, int begin, int end) {
+    codec.splitRows(rowEnd - rowBegin, [&](Compression1x8& c, int begin, int end) {
         FastDecoder decoder(c, variant);
         for (int r = rowBegin + begin; r < rowBegin + end; ++r)
             decoder.decodeRow(in + r * inStride, width, out + static_cast<std::size_t>(r) * width);
@@ -236,7 +201,7 @@ void Compression1x8::CompressFrame(const unsigned short* in, unsigned char* out,
     if (width <= 0 || height <= 0) return;
     const CodecVariant* variant = instrumented() ? nullptr : activeVariant();
     const std::size_t blocks = static_cast<std::size_t>(width + 7) / 8;
-    splitRows(*this, height, [&](Compression1x8& c, int begin, int end) {
+    splitRows(height, [&](Compression1x8& c, int begin, int end) {
         FastEncoder encoder(c, variant);
         std::vector<int> row(static_cast<std::size_t>(width));
         std::vector<BlockCode> codes(blocks);
@@ -337,4 +302,35 @@ void Compression1x8::DecompressFrame(const unsigned char* in, int inStride, unsi
         return;
     }
     decompressBytes(*this, in, static_cast<std::size_t>(inStride), out, width, 0, height);
+}
+
+void Compression1x8::splitRows(int rows, const std::function<void(Compression1x8&, int, int)>& work) {
+    // Rows are independent once the registers are fixed; the copies keep the per-block working
+    // state apart. An instrumented codec records into one trace and one coverage table.
+    Compression1x8& codec = *this;
+    const int n = instrumented() ? 1 : std::max(1, std::min(Threads, rows));
+    if (n == 1) return work(codec, 0, rows);
+    const auto first = [&](int i) { return static_cast<int>(static_cast<long long>(rows) * i / n); };
+    std::vector<std::unique_ptr<Compression1x8>> copies;
+    for (int i = 1; i < n; ++i) copies.push_back(std::make_unique<Compression1x8>(codec));
+    std::vector<std::exception_ptr> errors(static_cast<std::size_t>(n));
+    const auto run = [&](int i) {
+        try {
+            work(i == 0 ? codec : *copies[static_cast<std::size_t>(i - 1)], first(i), first(i + 1));
+        } catch (...) {
+            errors[static_cast<std::size_t>(i)] = std::current_exception();
+        }
+    };
+    std::vector<std::thread> threads;
+    int started = 1;
+    try {
+        for (; started < n; ++started) threads.emplace_back(run, started);
+    } catch (const std::system_error&) {
+        // No more threads to be had: the caller's thread codes the ranges left over.
+    }
+    run(0);
+    for (int i = started; i < n; ++i) run(i);
+    for (std::thread& t : threads) t.join();
+    for (const std::exception_ptr& e : errors)
+        if (e) std::rethrow_exception(e);
 }
