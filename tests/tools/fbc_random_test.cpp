@@ -187,6 +187,27 @@ TEST(RandomShard, ShardsMakeTheUnshardedTree) {
   }
 }
 
+// Tests written several at a time: the tree and the output of one job, lines in test order,
+// with more jobs than tests left for the last batch.
+TEST(RandomJobs, ManyJobsMakeTheOneJobTreeAndOutput) {
+  const TempDir dir;
+  writeBytes(dir.file("s.ini"), kSmallTests);
+  const Outcome one = runFbc(dir, "random --count 7 --seed 5 --coverage --outdir t --settings s.ini");
+  ASSERT_EQ(one.status, 0) << one.err;
+  const std::set<std::string> files = listTree(dir.file("t"));
+  std::filesystem::rename(dir.file("t"), dir.file("one"));
+  for (const int jobs : {3, 16}) {
+    SCOPED_TRACE(jobs);
+    const Outcome r = runFbc(dir, "random --count 7 --seed 5 --coverage --outdir t --settings s.ini --jobs " +
+                                      std::to_string(jobs));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, one.out);
+    ASSERT_EQ(listTree(dir.file("t")), files);
+    for (const std::string& f : files) EXPECT_EQ(readBytes(dir.file("t/" + f)), readBytes(dir.file("one/" + f))) << f;
+    std::filesystem::remove_all(dir.file("t"));
+  }
+}
+
 // Two tests by hand: 16x2 over two frames enabled, 8x1 disabled; indices 1 and 3 missing.
 TEST(RandomReport, CountsTestsSizesAndMissingIndices) {
   const TempDir dir;
