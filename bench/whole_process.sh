@@ -46,6 +46,13 @@ median_ms() {
 }
 
 threads=$(nproc)
+# A binary without --threads (an older build, for before/after figures) runs its one way.
+if ! "$FBC" encode --help | grep -q -- --threads; then
+  threads=1
+  thread_option() { :; }
+else
+  thread_option() { echo --threads "$1"; }
+fi
 cp_raw=$(median_ms "$dir/c.raw" cp "$dir/in.raw" "$dir/c.raw")
 cp_bin=$(median_ms "$dir/c.bin" cp "$dir/in.bin" "$dir/c.bin")
 line() { awk -v n="$1" -v t="$2" -v c="$3" -v w="$4" 'BEGIN { printf "  %-34s %8.1f ms %6.2fx cp of %s\n", n, t, t / c, w }'; }
@@ -53,12 +60,12 @@ echo "whole process, ${W}x${H}, warm page cache, median of $RUNS runs, load aver
 awk -v t="$cp_raw" -v s="$(stat -c %s "$dir/in.raw")" 'BEGIN { printf "  %-34s %8.1f ms (%.1f MB)\n", "cp of the .raw", t, s / 1e6 }'
 awk -v t="$cp_bin" -v s="$(stat -c %s "$dir/in.bin")" 'BEGIN { printf "  %-34s %8.1f ms (%.1f MB)\n", "cp of the .bin", t, s / 1e6 }'
 for n in 1 "$threads"; do
-  t=$(median_ms "$dir/o.bin" "$FBC" encode --threads "$n" --width "$W" --height "$H" "$dir/in.raw" "$dir/o.bin")
+  t=$(median_ms "$dir/o.bin" "$FBC" encode $(thread_option "$n") --width "$W" --height "$H" "$dir/in.raw" "$dir/o.bin")
   line "fbc encode --threads $n (.raw)" "$t" "$cp_raw" "the .raw"
   [ "$threads" = 1 ] && break
 done
 for n in 1 "$threads"; do
-  t=$(median_ms "$dir/o.raw" "$FBC" decode --threads "$n" --width "$W" --height "$H" "$dir/in.bin" "$dir/o.raw")
+  t=$(median_ms "$dir/o.raw" "$FBC" decode $(thread_option "$n") --width "$W" --height "$H" "$dir/in.bin" "$dir/o.raw")
   line "fbc decode --threads $n (.bin)" "$t" "$cp_bin" "the .bin"
   [ "$threads" = 1 ] && break
 done
