@@ -1,4 +1,5 @@
 // fbc encode: a raw 12-bit image into the compressed frame, exactly as the block stores it.
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -34,9 +35,17 @@ void encodeRawFile(Compression1x8& codec, const std::string& path, const Size& s
   const auto* samples = reinterpret_cast<const std::uint16_t*>(in.data());
   std::string error;
   if (!checkPlainSamples(path, samples, size.width, pixels, error)) inputError(error);
-  const UninitBuffer<unsigned char> codes(static_cast<std::size_t>(paddedWidth(size.width)) * size.height);
-  codec.CompressFrame(samples, codes.data.get(), size.width, size.height, cfa, frameIndex);
-  out.write(codes.data.get(), codes.size);
+  // The codes go out a slice of about 1 MB at a time through one buffer that stays in the
+  // caches. A slice holds an even number of rows, so each row keeps its parity.
+  const std::size_t rowBytes = static_cast<std::size_t>(paddedWidth(size.width));
+  const int sliceRows = std::max(2, static_cast<int>((std::size_t{1} << 20) / rowBytes) & ~1);
+  const UninitBuffer<unsigned char> codes(static_cast<std::size_t>(std::min(sliceRows, size.height)) * rowBytes);
+  for (int y = 0; y < size.height; y += sliceRows) {
+    const int rows = std::min(sliceRows, size.height - y);
+    codec.CompressFrame(samples + static_cast<std::size_t>(y) * size.width, codes.data.get(), size.width, rows, cfa,
+                        frameIndex);
+    out.write(codes.data.get(), static_cast<std::size_t>(rows) * rowBytes);
+  }
 }
 
 }  // namespace

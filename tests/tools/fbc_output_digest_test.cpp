@@ -67,7 +67,8 @@ TEST(OutputDigests, EveryThreadCountGivesTheSameBytes) {
     struct Size {
         int w, h;
     };
-    for (const Size s : {Size{1, 1}, Size{13, 3}, Size{45, 7}, Size{8, 2}}) {
+    // 1001x1051: encode and decode go out in several slices of rows, the last one short and odd.
+    for (const Size s : {Size{1, 1}, Size{13, 3}, Size{45, 7}, Size{8, 2}, Size{1001, 1051}}) {
         TempDir dir;
         std::string raw, pgm = "P5\n" + std::to_string(s.w) + " " + std::to_string(s.h) + "\n4095\n";
         std::uint64_t state = 0x1234567ull * static_cast<std::uint64_t>(s.w * 100 + s.h);
