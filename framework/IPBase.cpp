@@ -1,5 +1,6 @@
 #include "framework/IPBase.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
@@ -80,7 +81,8 @@ std::string transformed(const std::string& s, int (*f)(int)) {
     return out;
 }
 
-// Calls f(field, element value) for every register field of every binding, in address order.
+// Calls f(binding, table record, field, element index, element value) for every register field
+// of every binding, in address order.
 template <class F>
 bool forEachField(const std::map<void*, TVarInfo>& vars, RegisterTable& regs,
                   std::vector<std::string>& errors, F f) {
@@ -97,8 +99,9 @@ bool forEachField(const std::map<void*, TVarInfo>& vars, RegisterTable& regs,
             if (field.address < 0) continue;
             int element = 0;
             if (v.count != 1) element = field.index != -1 ? field.index : static_cast<int>(pos);
-            if (element < 0 || element >= v.count) continue;  // the table names an element the block lacks
-            f(field, readElement(var, v, element));
+            // The table may name an element the block lacks.
+            if (element < 0 || element >= v.count) continue;
+            f(v, *info, field, element, readElement(var, v, element));
         }
     }
     return ok;
@@ -163,27 +166,53 @@ bool IPBase::randomSpecificParam(RegisterTable&, TGlobalParam&, bool, std::vecto
     return true;
 }
 
+std::vector<TRegSlice> registerSlices(const TRegEntity& f) {
+    // Registers are 16 bits: what does not fit the first continues from bit 0 of the next, taking
+    // the element shifted right by 16 per register; every register takes at most the field's
+    // source width.
+    std::vector<TRegSlice> slices;
+    const int srcLo = f.srcLo < 0 ? 0 : f.srcLo;
+    const int srcWidth = f.srcHi - srcLo + 1;
+    for (int r = 0; r <= f.spanHi - f.spanLo; ++r) {
+        TRegSlice s;
+        s.address = f.address + r;
+        s.shift = r == 0 ? (f.dstLo < 0 ? 0 : f.dstLo) : 0;
+        const int hi = f.dstHi - 16 * r < 15 ? f.dstHi - 16 * r : 15;
+        s.width = std::min(srcWidth, hi - s.shift + 1);
+        s.source = std::min(srcLo + 16 * r, 31);
+        if (s.width > 0) slices.push_back(s);
+    }
+    return slices;
+}
+
 bool IPBase::getRegisterAddress(RegisterTable& regs, std::unordered_set<int>& addresses,
                                 std::vector<std::string>& errors) {
-    return forEachField(m_varInfo, regs, errors, [&](const TRegEntity& f, int) {
-        for (int r = 0; r <= f.spanHi - f.spanLo; ++r) addresses.insert(f.address + r);
-    });
+    return forEachField(m_varInfo, regs, errors,
+                        [&](const TVarInfo&, const TParamInfo&, const TRegEntity& f, int, int) {
+                            for (int r = 0; r <= f.spanHi - f.spanLo; ++r)
+                                addresses.insert(f.address + r);
+                        });
 }
 
 bool IPBase::getRegisterValue(RegisterTable& regs, std::map<int, int>& values,
                               std::vector<std::string>& errors) {
-    return forEachField(m_varInfo, regs, errors, [&](const TRegEntity& f, int element) {
-        // Registers are 16 bits: what does not fit the first continues from bit 0 of the next.
-        int dstHi = f.dstHi;
-        int dstLo = f.dstLo;
-        for (int r = 0; r <= f.spanHi - f.spanLo; ++r) {
-            int& reg = values[f.address + r];
-            setBits(element, f.srcHi, f.srcLo, reg, dstHi < 15 ? dstHi : 15, dstLo);
-            element >>= 16;
-            dstHi -= 16;
-            dstLo = 0;
-        }
-    });
+    return forEachField(
+        m_varInfo, regs, errors,
+        [&](const TVarInfo&, const TParamInfo&, const TRegEntity& f, int, int element) {
+            for (const TRegSlice& s : registerSlices(f)) {
+                setBits(element, s.source + s.width - 1, s.source, values[s.address],
+                        s.shift + s.width - 1, s.shift);
+            }
+        });
+}
+
+bool IPBase::getRegisterFields(RegisterTable& regs, std::vector<TFieldUse>& fields,
+                               std::vector<std::string>& errors) {
+    return forEachField(m_varInfo, regs, errors,
+                        [&](const TVarInfo& v, const TParamInfo& info, const TRegEntity& f,
+                            int element, int value) {
+                            fields.push_back({&v, &info, &f, element, value});
+                        });
 }
 
 bool IPBase::getRegisterValueSequence(RegisterTable&, std::vector<TAddrVal>&,

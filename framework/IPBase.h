@@ -67,6 +67,28 @@ struct TParamInfo {
 // Replaces bits dstHi..dstLo of reg by the low bits of value's bits srcHi..srcLo.
 void setBits(int value, int srcHi, int srcLo, int& reg, int dstHi, int dstLo);
 
+// The part of a register field that lands in one 16-bit register: `width` bits of the element,
+// from element bit `source` up (the element read as a 32-bit signed value shifted arithmetically,
+// so a source of 31 repeats the sign), in bits shift..shift+width-1 of register `address`.
+struct TRegSlice {
+    int address = 0;
+    int shift = 0;
+    int width = 0;
+    int source = 0;
+};
+// The slices of a field, first register first; a field that takes no bits has none.
+std::vector<TRegSlice> registerSlices(const TRegEntity& field);
+
+// One register field of a bound parameter as the register composition reads it: the binding,
+// its table record, the field, the element of the variable that the field takes and its value.
+struct TFieldUse {
+    const TVarInfo* var = nullptr;
+    const TParamInfo* info = nullptr;
+    const TRegEntity* field = nullptr;
+    int element = 0;
+    int value = 0;
+};
+
 // The library-wide MT19937 generator used for parameter randomisation.
 void setRandSeed(unsigned int seed);
 // Uniform integer in lo..hi (inclusive) from the library-wide generator.
@@ -93,6 +115,9 @@ public:
                                     std::vector<std::string>& errors);
     virtual bool getRegisterValue(RegisterTable& regs, std::map<int, int>& values,
                                   std::vector<std::string>& errors);
+    // Every register field of the bound parameters, in the order getRegisterValue composes them.
+    bool getRegisterFields(RegisterTable& regs, std::vector<TFieldUse>& fields,
+                           std::vector<std::string>& errors);
     virtual bool getRegisterValueSequence(RegisterTable& regs, std::vector<TAddrVal>& seq,
                                           std::vector<std::string>& errors);
     virtual bool checkParam(RegisterTable& regs, std::vector<std::string>& errors);
