@@ -322,7 +322,15 @@ TEST(Params, UsageErrors) {
   r = runFbc(dir, "params random out.ini");
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.err, "fbc params: missing required option --seed\n");
-  for (const char* help : {"params --help", "params show --help", "params check --help", "regs --help"}) {
+  r = runFbc(dir, "regs export --format vhdl map.vhd");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "fbc regs: --format: 'vhdl' is not one of c, sv, json\n");
+  r = runFbc(dir, "regs export map.h");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "fbc regs: missing required option --format\n");
+  EXPECT_EQ(listTree(dir.path()), std::set<std::string>{});
+  for (const char* help : {"params --help", "params show --help", "params check --help", "regs --help",
+                           "regs export --help"}) {
     r = runFbc(dir, help);
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out.rfind("usage: fbc ", 0), 0u) << help;
