@@ -105,6 +105,12 @@ public:
     void decodeEdge7(bool* code, int* out) { decodeEdge(7, fbc::packCode(code), out); }
 
     // --- frame drivers ----------------------------------------------------------------------
+    // The DPCM rounder row of a frame: the frame index's parity under sw_dpcm_swing_en, else
+    // reg_dpcm_swing_rounder_en. Every frame driver and block caller sets it this way.
+    void beginFrame(int frameIndex);
+    // The row parity the Truncate extension sees for row y: layouts 1 and 3 (GRBG, GBRG) start
+    // with the other colour pair.
+    static bool rowParity(int cfa, int y) { return (cfa & ~2) == 1 ? (y & 1) == 0 : (y & 1) == 1; }
     void allocateCompressedFrame(int width, int height, Frame& f);
     void compressDecompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex);
     void CompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex);
