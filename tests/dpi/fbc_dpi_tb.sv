@@ -5,6 +5,7 @@
 //   +inputs=FILE    fbc_golden_ref_com_input_NNNN.txt   (8 pixels per line, pixel 7 first)
 //   +codes=FILE     fbc_golden_ref_com_NNNN.txt         (one 64-bit code per line)
 //   +decoded=FILE   the decoded frame, one block per line packed as the inputs (12-bit pixels)
+//   +dec_golden=FILE  fbc_golden_ref_dec_NNNN.txt (of a frame whose width is a multiple of 8)
 //   +blocks=N +row_blocks=N [+cfa=N]   frame size in blocks, Bayer layout of the frame
 // Ends with one summary line, and $fatal on any mismatch.
 module fbc_dpi_tb;
@@ -17,18 +18,28 @@ module fbc_dpi_tb;
   bit [95:0] inputs[MaxBlocks];
   bit [63:0] codes[MaxBlocks];
   bit [95:0] decoded[MaxBlocks];
+  bit [95:0] dec_golden[MaxBlocks];
   bit [15:0] regs[2 * REGISTER_COUNT];
 
-  string regs_file, inputs_file, codes_file, decoded_file;
+  string regs_file, inputs_file, codes_file, decoded_file, dec_golden_file;
   int blocks, row_blocks, cfa;
   chandle h;
-  int encode_errors, decode_errors, register_errors, interface_errors;
+  int encode_errors, decode_errors, dec_golden_errors, register_errors, interface_errors;
   int mode_blocks[11];
 
   function automatic string arg(string name);
     string value;
     if (!$value$plusargs({name, "=%s"}, value)) $fatal(1, "fbc_dpi_tb: missing +%s=...", name);
     return value;
+  endfunction
+
+  // A block's decoded pixels as a line of fbc_golden_ref_dec_NNNN.txt holds them: the dumper packs
+  // each pixel times 16 into 12 bits, so every even pixel keeps its 12 bits above 4 zero bits and
+  // every odd pixel only its low 8 bits.
+  function automatic bit [95:0] dec_golden_line(bit [95:0] pixels);
+    bit [95:0] line;
+    for (int j = 0; j < 4; j++) line[24*j+:24] = {pixels[24*j+12+:8], pixels[24*j+:12], 4'h0};
+    return line;
   endfunction
 
   function automatic int count_arg(string name, int lo, int hi);
@@ -68,11 +79,12 @@ module fbc_dpi_tb;
   endtask
 
   initial begin
-    int modes_seen;
+    int modes_seen, errors;
     regs_file = arg("regs");
     inputs_file = arg("inputs");
     codes_file = arg("codes");
     decoded_file = arg("decoded");
+    dec_golden_file = arg("dec_golden");
     blocks = count_arg("blocks", 1, MaxBlocks);
     row_blocks = count_arg("row_blocks", 1, MaxBlocks);
     if (!$value$plusargs("cfa=%d", cfa)) cfa = 0;
@@ -80,6 +92,7 @@ module fbc_dpi_tb;
     $readmemh(inputs_file, inputs, 0, blocks - 1);
     $readmemh(codes_file, codes, 0, blocks - 1);
     $readmemh(decoded_file, decoded, 0, blocks - 1);
+    $readmemh(dec_golden_file, dec_golden, 0, blocks - 1);
 
     h = fbc_dpi_new("");
     if (h == null) $fatal(1, "fbc_dpi_tb: fbc_dpi_new(\"\") failed");
@@ -90,8 +103,9 @@ module fbc_dpi_tb;
       // Row parity as the frame driver derives it: CFA layouts 1 and 3 start rows at parity 1.
       bit parity = 1'((b / row_blocks) % 2) ^ (cfa == 1 || cfa == 3);
       longint unsigned code = fbc_dpi_encode(h, inputs[b], parity);
-      bit [95:0] pixels;
+      bit [95:0] pixels, round_trip;
       fbc_dpi_decode(h, codes[b], pixels);
+      fbc_dpi_decode(h, code, round_trip);
       mode_blocks[fbc_dpi_mode(codes[b])]++;
       if (code != codes[b]) begin
         if (encode_errors < ShownMismatches)
@@ -105,15 +119,22 @@ module fbc_dpi_tb;
                    codes[b], pixels, decoded[b]);
         decode_errors++;
       end
+      if (dec_golden_line(round_trip) != dec_golden[b]) begin
+        if (dec_golden_errors < ShownMismatches)
+          $display("block %0d (row %0d): decoded %h packs to %h, golden decoded file %h", b,
+                   b / row_blocks, round_trip, dec_golden_line(round_trip), dec_golden[b]);
+        dec_golden_errors++;
+      end
     end
     fbc_dpi_free(h);
 
     foreach (mode_blocks[m]) modes_seen += int'(mode_blocks[m] != 0);
-    $display("fbc_dpi_tb: %0d blocks, %0d mismatches (encode %0d, decode %0d, registers %0d, interface %0d), %0d modes seen",
-             blocks, encode_errors + decode_errors + register_errors + interface_errors,
-             encode_errors, decode_errors, register_errors, interface_errors, modes_seen);
-    if (encode_errors + decode_errors + register_errors + interface_errors != 0)
-      $fatal(1, "fbc_dpi_tb: the model differs from the golden set");
+    errors = encode_errors + decode_errors + dec_golden_errors + register_errors + interface_errors;
+    $display(
+        "fbc_dpi_tb: %0d blocks, %0d mismatches (encode %0d, decode %0d, decoded file %0d, registers %0d, interface %0d), %0d modes seen",
+        blocks, errors, encode_errors, decode_errors, dec_golden_errors, register_errors,
+        interface_errors, modes_seen);
+    if (errors != 0) $fatal(1, "fbc_dpi_tb: the model differs from the golden set");
     $finish;
   end
 endmodule

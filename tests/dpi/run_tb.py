@@ -109,7 +109,8 @@ def main():
 
     result = subprocess.run(
         [tb, "+regs=regs.memh", "+inputs=golden/fbc_golden_ref_com_input_0000.txt",
-         "+codes=" + codes_file, "+decoded=decoded.memh", "+blocks=%d" % len(codes),
+         "+codes=" + codes_file, "+decoded=decoded.memh",
+         "+dec_golden=golden/fbc_golden_ref_dec_0000.txt", "+blocks=%d" % len(codes),
          "+row_blocks=%d" % (WIDTH // 8), "+cfa=%d" % cfa],
         cwd=work, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     sys.stdout.write(result.stdout)
