@@ -4,7 +4,7 @@ BUILD_TYPE ?= Release
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all build demo test bench fuzz clean
+.PHONY: all build demo test bench fuzz package clean
 
 all: build
 
@@ -27,12 +27,16 @@ bench:
 	cmake --build build-bench -j $(JOBS)
 	build-bench/fbc selftest --count 20000
 	build-bench/fbc bench
-	build-bench/fbc_bench --benchmark_min_time=0.1
+	build-bench/bench/fbc_bench --benchmark_min_time=0.1
 
 # Every fuzz target for FUZZ_SECONDS (default 60) each with clang and libFuzzer, in build-fuzz;
 # ends with a table of executions, coverage and findings.
 fuzz:
 	JOBS=$(JOBS) fuzz/run.sh
+
+# The installable packages of the build: $(BUILD)/fbc-VERSION-Linux.tar.gz and a .deb (CPack).
+package: build
+	cmake --build $(BUILD) --target package
 
 clean:
 	rm -rf $(BUILD)

@@ -18,8 +18,7 @@ set_target_properties(fbc_warnings PROPERTIES EXPORT_NAME warnings)
 
 install(TARGETS fbc ${FBC_PARTS} fbc_core fbc_warnings EXPORT fbcTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS fbc_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/include/fbc/fbc.h ${PROJECT_SOURCE_DIR}/include/fbc/FBC_dll.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/fbc)
@@ -45,13 +44,18 @@ string(REGEX REPLACE "/$" "" FBC_PC_PREFIX "${FBC_PC_PREFIX}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/fbc.pc.in ${PROJECT_BINARY_DIR}/fbc.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/fbc.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# `make package` in the build tree (or `make package` at the top): a .deb and a .tar.gz.
+# `make package` in the build tree (or `make package` at the top): a .deb and a .tar.gz. A
+# project that includes this one packages itself.
+if(NOT PROJECT_IS_TOP_LEVEL)
+  return()
+endif()
 set(CPACK_PACKAGE_NAME fbc)
 set(CPACK_PACKAGE_VENDOR "fbc")
 set(CPACK_PACKAGE_CONTACT "fbc maintainers <fbc@localhost>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_GENERATOR "DEB;TGZ")
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+# The .deb installs under /usr; the .tar.gz holds a relocatable tree (bin/, include/, lib/, share/).
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/FbcCPackOptions.cmake)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6, libstdc++6, libgcc-s1")
