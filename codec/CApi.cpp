@@ -454,7 +454,7 @@ int fbc_encode_block_checked(fbc_codec* c, const uint16_t pixels[8], int parity,
     }
     block[k] = pixels[k];
   }
-  c->codec.beginFrame(c->frameIndex);
+  c->codec.startFrame(8, c->frameIndex);
   *code = c->codec.encodeBlock(block, parity != 0);
   return FBC_OK;
 }
@@ -511,12 +511,12 @@ int fbc_encode_frame(fbc_codec* c, const uint16_t* pixels, ptrdiff_t pixel_strid
   return guarded(c, [&] {
     std::vector<int> row(static_cast<std::size_t>(width));
     std::vector<BlockCode> blocks(static_cast<std::size_t>(padded / 8));
-    c->codec.beginFrame(frame_index);
+    c->codec.startFrame(width, frame_index);
     fbc::FastEncoder encoder(c->codec, fbc::activeVariant());
     for (int y = 0; y < height; ++y) {
       const uint16_t* src = pixels + y * pixel_stride;
       for (int x = 0; x < width; ++x) row[static_cast<std::size_t>(x)] = src[x];
-      encoder.encodeRow(row.data(), width, Compression1x8::rowParity(cfa, y), blocks.data());
+      encoder.encodeRow(row.data(), width, Compression1x8::rowParity(y, cfa), blocks.data());
       uint8_t* dst = codes + y * code_stride;
       for (std::size_t b = 0; b < blocks.size(); ++b)
         for (int k = 0; k < 8; ++k)

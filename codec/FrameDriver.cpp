@@ -45,7 +45,7 @@ void compressRowsFast(Compression1x8& codec, const Frame& in, Frame& out, int cf
     std::vector<BlockCode> codes(static_cast<std::size_t>((in.width + 7) / 8));
     const int bytes = static_cast<int>(8 * codes.size());
     for (int y = 0; y < in.height; ++y) {
-        const bool parity = Compression1x8::rowParity(cfa, y);
+        const bool parity = Compression1x8::rowParity(y, cfa);
         encoder.encodeRow(in.data + static_cast<std::size_t>(y) * in.width, in.width, parity, codes.data());
         PIXEL* dst = out.data + static_cast<std::size_t>(y) * out.width;
         if (variant) {
@@ -91,10 +91,6 @@ void Compression1x8::allocateCompressedFrame(int width, int height, Frame& f) {
     f.depth = 8;
 }
 
-void Compression1x8::beginFrame(int frameIndex) {
-    SwingRowSelect = sw_dpcm_swing_en != 0 ? (frameIndex & 1) : reg_dpcm_swing_rounder_en;
-}
-
 void Compression1x8::compressDecompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex) {
     Frame tmp(Frame::CS_RAW, CFA_RGGB, 16, RGBIR_NONE);
     allocateCompressedFrame(in.width, in.height, tmp);
@@ -104,8 +100,7 @@ void Compression1x8::compressDecompressFrame(const Frame& in, Frame& out, int cf
 
 void Compression1x8::CompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex) {
     out.cfa = static_cast<CFA_TYPE_HW>(cfa);
-    FrameWidth = in.width;
-    beginFrame(frameIndex);
+    startFrame(in.width, frameIndex);
     if (Enable == 0) {
         out = in;
         return;
@@ -114,7 +109,8 @@ void Compression1x8::CompressFrame(const Frame& in, Frame& out, int cfa, int fra
     if (static_cast<long long>(width) * height >= 0x1FFFFFFF) throw std::bad_array_new_length();
 
     const bool dump = m_dumpLevel >= 1 && frameIndex >= 0;
-    if (!dump && plain(in) && width > 0 && height > 0 && plain(out) && out.width >= ((width + 7) & ~7) &&
+    // Instrumented blocks (trace, coverage) are coded on the reference path.
+    if (!dump && !instrumented() && plain(in) && width > 0 && height > 0 && plain(out) && out.width >= ((width + 7) & ~7) &&
         out.height >= height) {
         compressRowsFast(*this, in, out, cfa);
         return;
@@ -138,7 +134,7 @@ void Compression1x8::CompressFrame(const Frame& in, Frame& out, int cfa, int fra
 
     const bool direct = plain(out) && out.width >= ((width + 7) & ~7) && out.height >= height;
     for (int y = 0; y < height; ++y) {
-        const bool parity = rowParity(cfa, y);
+        const bool parity = rowParity(y, cfa);
         const int* row = work.data() + static_cast<std::size_t>(y) * width;
         for (int x = 0; x < width; x += 8) {
             int block[8] = {0, 0, 0, 0, 0, 0, 0, 0};  // a short last block is padded with zeros
@@ -174,7 +170,7 @@ void Compression1x8::DecompressFrame(const Frame& in, Frame& out, int frameIndex
 
     const bool directIn = plain(in) && (in.width & 7) == 0;
     const bool directOut = plain(out) && out.height >= in.height;
-    if (!dump && directIn && directOut) {
+    if (!dump && !instrumented() && directIn && directOut) {
         decompressRowsFast(*this, in, out);
         return;
     }
@@ -223,7 +219,7 @@ void Compression1x8::decompressRows(const unsigned char* in, unsigned short* out
     // The compressed row stride is the width, not the width rounded up to 8: the last block of a
     // short row reads its missing bytes from the start of the next row (on the last row, up to 7
     // bytes past the buffer's nominal end) and keeps only the pixels inside the row.
-    FastDecoder decoder(*this, activeVariant());
+    FastDecoder decoder(*this, instrumented() ? nullptr : activeVariant());
     for (int r = rowBegin; r < rowEnd; ++r)
         decoder.decodeRow(in + static_cast<std::size_t>(r) * width, width, out + static_cast<std::size_t>(r) * width);
 }
