@@ -28,7 +28,7 @@ const Command kCommands[] = {
     {"bench", "time encode and decode of a 4K frame on one thread", runBench},
     {"selftest", "compare every fast-path variant with the scalar reference", runSelftest},
     {"params", "show, write, check or draw parameter files of the block", runParams},
-    {"regs", "the register address/value list of a parameter file", runRegs},
+    {"regs", "the register list of a parameter file; export: the register map as C, SV or JSON", runRegs},
     {"random", "generate random regression tests: parameters, input and golden files", runRandom},
     {"cover", "a small directed suite of tests that together hit every reachable cover point", runCover},
 };
