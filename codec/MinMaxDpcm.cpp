@@ -87,9 +87,7 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
     DPCMShift = std::min(s0, maxShift);
     DPCMStep = 1 << DPCMShift;
     // Only rows 0 and 1 exist; any non-zero selector takes row 1.
-    const bool swingRow = reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0;
-    DPCMRounder = kRounder[swingRow ? 1 : 0][DPCMShift];
-    if (swingRow) fbc::cover(coverage, fbc::kCoverDpcmSwingRow);
+    DPCMRounder = kRounder[(reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0) ? 1 : 0][DPCMShift];
 
     if (reg_dpcm_pmin_lsb_update_en != 0) {
         // Move the base's low bits towards the block's average low bits.
@@ -117,11 +115,7 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
 
     for (int i = 0; i < 8; ++i) Diffmin[i] = std::min((p[i] - DPCMBase + DPCMRounder) / DPCMStep, 63);
 
-    if ((64 << maxShift) <= range) {  // range too wide: DPCM cannot code the block
-        fbc::cover(coverage, fbc::kCoverDpcmNotApplicable);
-        return;
-    }
-    fbc::cover(coverage, fbc::kCoverDpcmShift0 + DPCMShift);
+    if ((64 << maxShift) <= range) return;  // range too wide: DPCM cannot code the block
 
     if (Diffmin[Pminpos] != 0) {
         // The hardware's invariant: the minimum pixel codes 0 and is never transmitted.
@@ -153,7 +147,11 @@ fbc::BlockCode Compression1x8::encodeDPCM() const {
     return c;
 }
 
-void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
+namespace {
+
+// kCount instantiates the decoder's clamp counting.
+template <bool kCount>
+void decodeDpcm(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
     const int shift = static_cast<int>(fbc::getField(code, 0, 3));
     const int pos = static_cast<int>(fbc::getField(code, 3, 3));
     const int base = static_cast<int>(fbc::getField(code, 48, 12));
@@ -165,8 +163,17 @@ void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* co
             lo += 6;
         }
         out[i] = std::min((d << shift) + base, 4095);
-        if (cov && (d << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecDpcmClamp4095);
+        if (kCount && (d << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecDpcmClamp4095);
     }
+}
+
+}  // namespace
+
+void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
+    if (cov)
+        decodeDpcm<true>(code, out, cov);
+    else
+        decodeDpcm<false>(code, out, nullptr);
 }
 
 int fbc::layout::minMaxFields(BlockCode, CodeField* f) {

@@ -58,11 +58,15 @@ fbc::BlockCode Compression1x8::encodeTruncate(const int* p, bool parity) const {
     return c;
 }
 
-void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
+namespace {
+
+// kCount instantiates the decoder's counting of cover points.
+template <bool kCount>
+void decodeTruncateWith(const Compression1x8& c, fbc::BlockCode code, int* out) {
     // The decoder takes the extension from its own register, not from the bits.
-    const bool ext = reg_tr_ext_en != 0;
+    const bool ext = c.reg_tr_ext_en != 0;
     const int sel = static_cast<int>(fbc::getField(code, 60, 1));
-    fbc::Coverage* const cov = coverage;
+    fbc::Coverage* const cov = c.coverage;
     for (int i = 0; i < 8; ++i) {
         int t = static_cast<int>(fbc::getField(code, fieldOf(i), 7));
         int shift = 4;
@@ -71,14 +75,23 @@ void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
             shift = 3;
         }
         int r = 1;
-        if (reg_comp_de_tr_round_md != 0 || (reg_comp_de_tr_round_zero != 0 && t == 0)) r = 0;
+        if (c.reg_comp_de_tr_round_md != 0 || (c.reg_comp_de_tr_round_zero != 0 && t == 0)) r = 0;
         out[i] = (2 * t + r) << shift;
-        if (cov) {
+        if (kCount) {
             fbc::cover(cov, r == 1                         ? fbc::kCoverDecTruncMid
-                                 : reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecTruncBottom
+                                 : c.reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecTruncBottom
                                                                 : fbc::kCoverDecTruncZero);
         }
     }
+}
+
+}  // namespace
+
+void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
+    if (coverage)
+        decodeTruncateWith<true>(*this, code, out);
+    else
+        decodeTruncateWith<false>(*this, code, out);
 }
 
 int fbc::layout::truncateFields(BlockCode, CodeField* f) {
