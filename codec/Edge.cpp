@@ -93,8 +93,7 @@ void Compression1x8::CalculateEdgeSAD(int member, const int* p) {
             e = std::abs(v - rec);
         } else {
             // A coarse pixel is charged the error of a mid-interval reconstruction.
-            const int drop = 12 - l.coarseBits[j - l.n];
-            e = std::abs((v & ((1 << drop) - 1)) - (1 << (drop - 1)));
+            e = truncationError(v, 12 - l.coarseBits[j - l.n]);
         }
         sad += e;
         maxErr = std::max(maxErr, e);
@@ -119,9 +118,7 @@ fbc::BlockCode Compression1x8::encodeEdge(int member, const int* p) const {
     for (int j = l.n; j < 8; ++j) {
         const int bits = l.coarseBits[j - l.n];
         const int drop = 12 - bits;
-        int v = p[pixelAt(dir, j)];
-        if (reg_comp_enc_trun_rnd != 0) v = std::clamp(v + (1 << (drop - 1)), 0, 4095);
-        c |= fbc::putField(v >> drop, lo, bits);
+        c |= fbc::putField(truncationRounded(p[pixelAt(dir, j)], drop) >> drop, lo, bits);
         lo += bits;
     }
     return c;
@@ -139,11 +136,7 @@ void Compression1x8::decodeEdge(int member, fbc::BlockCode code, int* out) const
     int lo = baseLo(l) + baseBits(l);
     for (int j = l.n; j < 8; ++j) {
         const int bits = l.coarseBits[j - l.n];
-        const int drop = 12 - bits;
-        const int t = static_cast<int>(fbc::getField(code, lo, bits));
+        out[pixelAt(dir, j)] = untruncate(static_cast<int>(fbc::getField(code, lo, bits)), 12 - bits);
         lo += bits;
-        int v = t << drop;
-        if (reg_comp_de_tr_round_md == 0 && !(reg_comp_de_tr_round_zero != 0 && t == 0)) v += 1 << (drop - 1);
-        out[pixelAt(dir, j)] = v;
     }
 }

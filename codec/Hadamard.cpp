@@ -14,7 +14,8 @@
 
 namespace {
 
-constexpr int kNatural[8] = {0, 4, 6, 2, 3, 7, 5, 1};
+constexpr const fbc::HadamardLayout& kL = fbc::kHadamardLayout;
+constexpr const int (&kNatural)[8] = kL.natural;
 
 // In-place natural-order transform: v[k] = sum over i of (-1)^popcount(k & i) v[i].
 inline void butterfly8(int* v) {
@@ -82,16 +83,17 @@ void Compression1x8::CalculateHadama(const int* p) {
 }
 
 fbc::BlockCode Compression1x8::encodeHadama() const {
-    fbc::BlockCode c = fbc::putField(HadamaShift, 61, 2) | fbc::putField(HadamaDC, 49, 12);
-    for (int j = 1; j < 8; ++j) c |= fbc::putField(HadamaCoef[j - 1], 7 * (7 - j), 7);
+    fbc::BlockCode c = fbc::putField(kL.prefix.value, kL.prefix.lo, 64 - kL.prefix.lo) |
+                       fbc::putField(HadamaShift, kL.shiftLo, kL.shiftBits) | fbc::putField(HadamaDC, kL.dcLo, kL.dcBits);
+    for (int j = 1; j < 8; ++j) c |= fbc::putField(HadamaCoef[j - 1], kL.acLo[j - 1], kL.acBits);
     return c;
 }
 
 void Compression1x8::decodeHadama(fbc::BlockCode code, int* out) {
     int coef[7];
-    for (int j = 1; j < 8; ++j) coef[j - 1] = fbc::getSignedField(code, 7 * (7 - j), 7);
-    reconstruct(static_cast<int>(fbc::getField(code, 61, 2)),
-                static_cast<int>(fbc::getField(code, 49, 12)), coef, out);
+    for (int j = 1; j < 8; ++j) coef[j - 1] = fbc::getSignedField(code, kL.acLo[j - 1], kL.acBits);
+    reconstruct(static_cast<int>(fbc::getField(code, kL.shiftLo, kL.shiftBits)),
+                static_cast<int>(fbc::getField(code, kL.dcLo, kL.dcBits)), coef, out);
 }
 
 void Compression1x8::encodeHadama(int*, bool* code) { fbc::unpackCode(encodeHadama(), code); }

@@ -20,11 +20,10 @@
 
 namespace {
 
-constexpr fbc::BlockCode kMinMaxPrefix = fbc::BlockCode{0xBF} << 56;
-constexpr fbc::BlockCode kDpcmPrefix = fbc::BlockCode{0x9} << 60;
+constexpr const fbc::MinMaxLayout& kMinMax = fbc::kMinMaxLayout;
+constexpr const fbc::DpcmLayout& kDpcm = fbc::kDpcmLayout;
 
-// Row 0 rounds to nearest (half the step), row 1 rounds half down (half the step less one).
-constexpr int kRounder[2][7] = {{0, 1, 2, 4, 8, 16, 32}, {0, 0, 1, 3, 7, 15, 31}};
+constexpr fbc::BlockCode prefixOf(fbc::Prefix p) { return fbc::putField(p.value, p.lo, 64 - p.lo); }
 
 }  // namespace
 
@@ -56,16 +55,28 @@ void Compression1x8::CalculateMinMaxSAD(const int* p) {
 }
 
 fbc::BlockCode Compression1x8::encodeMinMax() const {
-    fbc::BlockCode c = kMinMaxPrefix | fbc::putField(Pmin, 28, 12) | fbc::putField(Pmax, 16, 12);
-    for (int i = 0; i < 8; ++i) c |= fbc::putField(MinMaxIdx[i], 2 * (7 - i), 2);
+    fbc::BlockCode c = prefixOf(kMinMax.prefix) | fbc::putField(Pmin, kMinMax.minLo, kMinMax.valueBits) |
+                       fbc::putField(Pmax, kMinMax.maxLo, kMinMax.valueBits);
+    for (int i = 0; i < 8; ++i) c |= fbc::putField(MinMaxIdx[i], kMinMax.symbolLo[i], kMinMax.symbolBits);
     return c;
 }
 
 void Compression1x8::decodeMinMax(fbc::BlockCode code, int* out) {
-    const int mx = static_cast<int>(fbc::getField(code, 16, 12));
-    const int mn = static_cast<int>(fbc::getField(code, 28, 12));
+    const int mx = static_cast<int>(fbc::getField(code, kMinMax.maxLo, kMinMax.valueBits));
+    const int mn = static_cast<int>(fbc::getField(code, kMinMax.minLo, kMinMax.valueBits));
     const int level[4] = {(mx + mn) >> 1, mn, mx, mx};
-    for (int i = 0; i < 8; ++i) out[i] = level[fbc::getField(code, 2 * (7 - i), 2)];
+    for (int i = 0; i < 8; ++i) out[i] = level[fbc::getField(code, kMinMax.symbolLo[i], kMinMax.symbolBits)];
+}
+
+int Compression1x8::dpcmMaxShift() const {
+    // The expansion switch is 0 or 1 in hardware; other values are kept within the shift range
+    // the data path has, so the model stays defined for any register content.
+    return std::clamp(3 + reg_dpcm_stepsize_expansion_en, 0, 6);
+}
+
+int Compression1x8::dpcmRounder(int shift) const {
+    // Only rows 0 and 1 exist; any non-zero selector takes row 1.
+    return fbc::kDpcmRounder[(reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0) ? 1 : 0][shift];
 }
 
 void Compression1x8::CalculateDPCMSAD(const int* p) {
@@ -73,9 +84,7 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
     DPCMMaxErr = 4095;
     DPCMBase = Pmin;
     const int range = Pmax - Pmin;
-    // The expansion switch is 0 or 1 in hardware; other values are kept within the shift range
-    // the data path has, so the model stays defined for any register content.
-    const int maxShift = std::clamp(3 + reg_dpcm_stepsize_expansion_en, 0, 6);
+    const int maxShift = dpcmMaxShift();
 
     int s0 = 6;
     for (int s = 0; s < 6; ++s) {
@@ -86,8 +95,7 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
     }
     DPCMShift = std::min(s0, maxShift);
     DPCMStep = 1 << DPCMShift;
-    // Only rows 0 and 1 exist; any non-zero selector takes row 1.
-    DPCMRounder = kRounder[(reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0) ? 1 : 0][DPCMShift];
+    DPCMRounder = dpcmRounder(DPCMShift);
 
     if (reg_dpcm_pmin_lsb_update_en != 0) {
         // Move the base's low bits towards the block's average low bits.
@@ -129,27 +137,28 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
 }
 
 fbc::BlockCode Compression1x8::encodeDPCM() const {
-    fbc::BlockCode c = kDpcmPrefix | fbc::putField(DPCMBase, 48, 12) |
-                       fbc::putField(Pminpos, 3, 3) | fbc::putField(log2(DPCMStep), 0, 3);
-    int lo = 6;
+    fbc::BlockCode c = prefixOf(kDpcm.prefix) | fbc::putField(DPCMBase, kDpcm.baseLo, kDpcm.baseBits) |
+                       fbc::putField(Pminpos, kDpcm.posLo, kDpcm.posBits) |
+                       fbc::putField(log2(DPCMStep), kDpcm.shiftLo, kDpcm.shiftBits);
+    int lo = kDpcm.diffLo;
     for (int i = 7; i >= 0; --i) {
         if (i == Pminpos) continue;
-        c |= fbc::putField(Diffmin[i], lo, 6);
-        lo += 6;
+        c |= fbc::putField(Diffmin[i], lo, kDpcm.diffBits);
+        lo += kDpcm.diffBits;
     }
     return c;
 }
 
 void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out) {
-    const int shift = static_cast<int>(fbc::getField(code, 0, 3));
-    const int pos = static_cast<int>(fbc::getField(code, 3, 3));
-    const int base = static_cast<int>(fbc::getField(code, 48, 12));
-    int lo = 6;
+    const int shift = static_cast<int>(fbc::getField(code, kDpcm.shiftLo, kDpcm.shiftBits));
+    const int pos = static_cast<int>(fbc::getField(code, kDpcm.posLo, kDpcm.posBits));
+    const int base = static_cast<int>(fbc::getField(code, kDpcm.baseLo, kDpcm.baseBits));
+    int lo = kDpcm.diffLo;
     for (int i = 7; i >= 0; --i) {
         int d = 0;
         if (i != pos) {
-            d = static_cast<int>(fbc::getField(code, lo, 6));
-            lo += 6;
+            d = static_cast<int>(fbc::getField(code, lo, kDpcm.diffBits));
+            lo += kDpcm.diffBits;
         }
         out[i] = std::min((d << shift) + base, 4095);
     }

@@ -7,15 +7,6 @@
 
 using namespace fbc;
 
-namespace {
-
-// Priority among equal costs under the plain policy; Truncate is the fallback.
-constexpr int kPlainOrder[] = {kModeDpcm, kModeMinMax, kModeEdge7, kModeEdge6, kModeEdge5,
-                               kModeEdge4, kModeEdge3, kModeEdge2, kModeHadamard};
-constexpr int kNonEdgeOrder[] = {kModeDpcm, kModeMinMax, kModeHadamard};
-
-}  // namespace
-
 int Compression1x8::modeCost(int mode) const {
     switch (mode) {
         case kModeHadamard: return HadamaMaxErr;
@@ -80,7 +71,7 @@ void Compression1x8::Encode_modeselect() {
         const bool keepWinner = winner != kModeTruncate && nonEdge <= reg_compress_edgefisrt_finalth;
         if (!keepWinner && edgeBest <= reg_compress_edgemin_th) {
             const long long ratio = reg_compress_edgemin_ratio;
-            for (int m = kModeEdge7; m >= kModeEdge2; --m) {
+            for (int m : kEdgeOrder) {
                 if (!matches(m, edgeBest)) continue;
                 const EdgeResult& e = edge(m - 3);
                 // Products are 32-bit in the data path.
@@ -95,18 +86,21 @@ void Compression1x8::Encode_modeselect() {
         }
     }
 
-    SelectedMode = mode;
-    if (reg_curve_mode_en != 0) {
-        SelectedMode = kModeCurve;
-    } else {
-        // An entry of 1 means "keep": the remapping can never select the curve mode.
-        const int d = reg_mode_definition[SelectedMode];
-        if (d != 1) SelectedMode = d;
-    }
+    SelectedMode = reg_curve_mode_en != 0 ? static_cast<int>(kModeCurve) : remapMode(mode);
+}
+
+int Compression1x8::remapMode(int mode) const {
+    // An entry of 1 means "keep": the remapping can never select the curve mode.
+    const int d = reg_mode_definition[mode];
+    return d != 1 ? d : mode;
+}
+
+int Compression1x8::encoderOf(int selected) {
+    return selected >= 0 && selected < kModeCount ? selected : static_cast<int>(kModeTruncate);
 }
 
 BlockCode Compression1x8::encodeSelected(const int* p, bool parity) {
-    switch (SelectedMode) {
+    switch (encoderOf(SelectedMode)) {
         case kModeHadamard: return encodeHadama();
         case kModeCurve: return encodeCurve(p);
         case kModeMinMax: return encodeMinMax();
@@ -114,7 +108,7 @@ BlockCode Compression1x8::encodeSelected(const int* p, bool parity) {
         case kModeEdge2: case kModeEdge3: case kModeEdge4:
         case kModeEdge5: case kModeEdge6: case kModeEdge7:
             return encodeEdge(SelectedMode - 3, p);
-        default: return encodeTruncate(p, parity);  // Truncate, and any unknown mode number
+        default: return encodeTruncate(p, parity);
     }
 }
 

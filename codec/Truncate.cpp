@@ -7,6 +7,9 @@
 //   1  1 |  0 | sel | e0 | e1 |  t[0]  |  t[1]  | ... |  t[6] | e2 | e3 | t[7]
 //
 // e0..e3 are the extension bits of pixels 1, 3, 5, 7 (sel 0) or 0, 2, 4, 6 (sel 1).
+//
+// The truncation itself (encoder rounding, cost, reconstruction) also serves the edge members'
+// coarse pixels, with their own numbers of dropped bits.
 #include <algorithm>
 #include <cstdlib>
 
@@ -14,21 +17,39 @@
 
 namespace {
 
-constexpr fbc::BlockCode kPrefix = fbc::BlockCode{0x3} << 62;
-constexpr int kExtBit[4] = {59, 58, 8, 7};
-
-constexpr int fieldOf(int pixel) { return pixel == 7 ? 0 : 51 - 7 * pixel; }
+constexpr const fbc::TruncateLayout& kL = fbc::kTruncateLayout;
+constexpr int kCoarseDrop = 12 - kL.fieldBits;
 
 }  // namespace
+
+int Compression1x8::truncationSelect(bool parity) const {
+    return (parity ? 1 : 0) ^ (reg_tr_ext_rb != 0 ? 1 : 0);
+}
+
+bool Compression1x8::truncationFine(int pixel, int sel) const { return reg_tr_ext_en != 0 && (pixel & 1) != sel; }
+
+int Compression1x8::truncationRounded(int v, int drop) const {
+    return reg_comp_enc_trun_rnd != 0 ? std::clamp(v + (1 << (drop - 1)), 0, 4095) : v;
+}
+
+int Compression1x8::truncationError(int v, int drop) {
+    return std::abs((v & ((1 << drop) - 1)) - (1 << (drop - 1)));
+}
+
+int Compression1x8::truncationOffset(int t, int drop) const {
+    if (reg_comp_de_tr_round_md != 0 || (reg_comp_de_tr_round_zero != 0 && t == 0)) return 0;
+    return 1 << (drop - 1);
+}
+
+int Compression1x8::untruncate(int t, int drop) const { return (t << drop) + truncationOffset(t, drop); }
 
 void Compression1x8::CalculateTruncateSAD(const int* p, bool parity) {
     // The cost models reconstruction at the middle of each interval whatever the rounding
     // registers say, so every rounding option sees the same cost.
-    const int sel = (parity ? 1 : 0) ^ (reg_tr_ext_rb != 0 ? 1 : 0);
+    const int sel = truncationSelect(parity);
     int sad = 0, maxErr = 0;
     for (int i = 0; i < 8; ++i) {
-        const bool fine = reg_tr_ext_en != 0 && (i & 1) != sel;
-        const int e = fine ? std::abs((p[i] & 15) - 8) : std::abs((p[i] & 31) - 16);
+        const int e = truncationError(p[i], truncationFine(i, sel) ? kCoarseDrop - 1 : kCoarseDrop);
         sad += e;
         maxErr = std::max(maxErr, e);
     }
@@ -37,33 +58,26 @@ void Compression1x8::CalculateTruncateSAD(const int* p, bool parity) {
 }
 
 fbc::BlockCode Compression1x8::encodeTruncate(const int* p, bool parity) const {
-    const int sel = (parity ? 1 : 0) ^ (reg_tr_ext_rb != 0 ? 1 : 0);
-    const bool ext = reg_tr_ext_en != 0;
-    fbc::BlockCode c = kPrefix | fbc::putField(sel, 60, 1);
+    const int sel = truncationSelect(parity);
+    fbc::BlockCode c = fbc::putField(kL.prefix.value, kL.prefix.lo, 64 - kL.prefix.lo) | fbc::putField(sel, kL.selBit, 1);
     for (int i = 0; i < 8; ++i) {
-        const bool fine = ext && (i & 1) != sel;
-        int q = p[i];
-        if (reg_comp_enc_trun_rnd != 0) q = std::clamp(q + (fine ? 8 : 16), 0, 4095);
-        c |= fbc::putField(q >> 5, fieldOf(i), 7);
-        if (fine) c |= fbc::putField(q >> 4, kExtBit[i >> 1], 1);
+        const bool fine = truncationFine(i, sel);
+        const int q = truncationRounded(p[i], fine ? kCoarseDrop - 1 : kCoarseDrop);
+        c |= fbc::putField(q >> kCoarseDrop, kL.fieldLo[i], kL.fieldBits);
+        if (fine) c |= fbc::putField(q >> (kCoarseDrop - 1), kL.extBit[i >> 1], 1);
     }
     return c;
 }
 
 void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
     // The decoder takes the extension from its own register, not from the bits.
-    const bool ext = reg_tr_ext_en != 0;
-    const int sel = static_cast<int>(fbc::getField(code, 60, 1));
+    const int sel = static_cast<int>(fbc::getField(code, kL.selBit, 1));
     for (int i = 0; i < 8; ++i) {
-        int t = static_cast<int>(fbc::getField(code, fieldOf(i), 7));
-        int shift = 4;
-        if (ext && (i & 1) != sel) {
-            t = 2 * t + static_cast<int>(fbc::getField(code, kExtBit[i >> 1], 1));
-            shift = 3;
-        }
-        int r = 1;
-        if (reg_comp_de_tr_round_md != 0 || (reg_comp_de_tr_round_zero != 0 && t == 0)) r = 0;
-        out[i] = (2 * t + r) << shift;
+        const int t = static_cast<int>(fbc::getField(code, kL.fieldLo[i], kL.fieldBits));
+        if (truncationFine(i, sel))
+            out[i] = untruncate(2 * t + static_cast<int>(fbc::getField(code, kL.extBit[i >> 1], 1)), kCoarseDrop - 1);
+        else
+            out[i] = untruncate(t, kCoarseDrop);
     }
 }
 
