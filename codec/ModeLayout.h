@@ -45,9 +45,9 @@ inline constexpr HadamardLayout kHadamardLayout = {
 struct TruncateLayout {
   Prefix prefix;
   int selBit;
-  int fieldBits;    // kept bits of a coarse pixel; a finer one keeps one more
-  int fieldLo[8];   // pixel i's kept bits
-  int extBit[4];    // extension bit of the k-th finer pixel (pixel 2k + 1 - sel)
+  int fieldBits;   // kept bits of a coarse pixel; a finer one keeps one more
+  int fieldLo[8];  // pixel i's kept bits
+  int extBit[4];   // extension bit of the k-th finer pixel (pixel 2k + 1 - sel)
 };
 inline constexpr TruncateLayout kTruncateLayout = {
     {0x3, 62}, 60, 7, {51, 44, 37, 30, 23, 16, 9, 0}, {59, 58, 8, 7}};
@@ -59,8 +59,8 @@ struct MinMaxLayout {
   int symbolBits;
   int symbolLo[8];  // pixel i's level
 };
-inline constexpr MinMaxLayout kMinMaxLayout = {
-    {0xBF, 56}, 28, 16, 12, 2, {14, 12, 10, 8, 6, 4, 2, 0}};
+inline constexpr MinMaxLayout kMinMaxLayout = {{0xBF, 56}, 28, 16,
+                                               12,         2,  {14, 12, 10, 8, 6, 4, 2, 0}};
 
 // DPCM: base, the seven transmitted differences from diffLo upward (pixel 7 first, the minimum's
 // position skipped), the minimum's position and the step exponent.
@@ -78,8 +78,9 @@ inline constexpr DpcmLayout kDpcmLayout = {{0x9, 60}, 48, 12, 6, 6, 3, 3, 0, 3};
 inline constexpr int kDpcmRounder[2][7] = {{0, 1, 2, 4, 8, 16, 32}, {0, 0, 1, 3, 7, 15, 31}};
 
 // Priority among equal costs under the plain policy; Truncate is the fallback.
-inline constexpr int kPlainOrder[9] = {kModeDpcm,  kModeMinMax, kModeEdge7, kModeEdge6, kModeEdge5,
-                                       kModeEdge4, kModeEdge3,  kModeEdge2, kModeHadamard};
+inline constexpr int kPlainOrder[9] = {kModeDpcm,  kModeMinMax, kModeEdge7,
+                                       kModeEdge6, kModeEdge5,  kModeEdge4,
+                                       kModeEdge3, kModeEdge2,  kModeHadamard};
 // The edge-first policy's non-edge winner among equal costs, then its edge members'.
 inline constexpr int kNonEdgeOrder[3] = {kModeDpcm, kModeMinMax, kModeHadamard};
 inline constexpr int kEdgeOrder[6] = {kModeEdge7, kModeEdge6, kModeEdge5,

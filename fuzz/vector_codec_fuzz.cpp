@@ -18,15 +18,16 @@ namespace {
 constexpr int kGuard = 8;  // elements past the row, poisoned, that no kernel may write
 
 template <class T>
-void checkDecoded(const char* variant, const char* output, const std::vector<T>& have, const std::vector<int>& want,
-                  const std::vector<unsigned char>& codes, T poison) {
+void checkDecoded(const char* variant, const char* output, const std::vector<T>& have,
+                  const std::vector<int>& want, const std::vector<unsigned char>& codes, T poison) {
   const int width = static_cast<int>(want.size());
   for (int i = 0; i < width + kGuard; ++i) {
     const long long expected = i < width ? want[i] : static_cast<long long>(poison);
     if (static_cast<long long>(have[i]) == expected) continue;
     const std::uint64_t code = fbc::loadCode(&codes[8 * ((i < width ? i : width - 1) / 8)]);
-    fbc::fuzz::fail("decode[%s] %s, %d pixels: element %d is %lld, reference %lld (code 0x%016llx)", variant, output,
-                    width, i, static_cast<long long>(have[i]), expected, static_cast<unsigned long long>(code));
+    fbc::fuzz::fail("decode[%s] %s, %d pixels: element %d is %lld, reference %lld (code 0x%016llx)",
+                    variant, output, width, i, static_cast<long long>(have[i]), expected,
+                    static_cast<unsigned long long>(code));
   }
 }
 
@@ -67,10 +68,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       const fbc::BlockCode expected = b < blocks ? ref[b] : poisonCode;
       if (got[b] == expected) continue;
       const int* p = &px[8 * (b < blocks ? b : blocks - 1)];
-      fbc::fuzz::fail("encode[%s], %d pixels, parity %d: code %d is 0x%016llx, reference 0x%016llx "
-                      "(pixels %d %d %d %d %d %d %d %d)",
-                      v.name, width, parity ? 1 : 0, b, static_cast<unsigned long long>(got[b]),
-                      static_cast<unsigned long long>(expected), p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7]);
+      fbc::fuzz::fail(
+          "encode[%s], %d pixels, parity %d: code %d is 0x%016llx, reference 0x%016llx "
+          "(pixels %d %d %d %d %d %d %d %d)",
+          v.name, width, parity ? 1 : 0, b, static_cast<unsigned long long>(got[b]),
+          static_cast<unsigned long long>(expected), p[0], p[1], p[2], p[3], p[4], p[5], p[6],
+          p[7]);
     }
     const std::uint16_t poison16 = 0xA5A5;
     const std::int32_t poison32 = static_cast<std::int32_t>(0xA5A5A5A5u);

@@ -26,10 +26,12 @@ void FBC_KERNEL(widenBytes)(const unsigned char* in, int n, std::int32_t* out) {
   int i = 0;
   for (; i + kLanes <= n; i += kLanes) {
 #if defined(__AVX512F__)
-    const __m512i v = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i)));
+    const __m512i v =
+        _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i)));
     _mm512_storeu_si512(out + i, v);
 #elif defined(__AVX2__)
-    const __m256i v = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(in + i)));
+    const __m256i v =
+        _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(in + i)));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), v);
 #else
     Bytes b;
@@ -49,8 +51,10 @@ void FBC_KERNEL(narrowBytes)(const std::int32_t* in, int n, unsigned char* out) 
   for (; i + 32 <= n; i += 32) {
     __m256i v[4];
     for (int k = 0; k < 4; ++k)
-      v[k] = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i + 8 * k)), low);
-    const __m256i b = _mm256_packus_epi16(_mm256_packus_epi32(v[0], v[1]), _mm256_packus_epi32(v[2], v[3]));
+      v[k] = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i + 8 * k)),
+                              low);
+    const __m256i b =
+        _mm256_packus_epi16(_mm256_packus_epi32(v[0], v[1]), _mm256_packus_epi32(v[2], v[3]));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_permutevar8x32_epi32(b, order));
   }
 #endif

@@ -75,8 +75,8 @@ inline void decodeDpcm(const Codes& c, V* o) {
   unroll<8>([&](auto ic) {
     constexpr int i = decltype(ic)::value;
     V d = splat(0);
-    if constexpr (i > 0) d = pos < i ? vfield<l.diffLo + l.diffBits * (7 - i), l.diffBits>(c) : d;
-    if constexpr (i < 7) d = pos > i ? vfield<l.diffLo + l.diffBits * (6 - i), l.diffBits>(c) : d;
+    if constexpr (i > 0) d = pos < i ? vfield<l.diffLo + l.diffBits*(7 - i), l.diffBits>(c) : d;
+    if constexpr (i < 7) d = pos > i ? vfield<l.diffLo + l.diffBits*(6 - i), l.diffBits>(c) : d;
     o[i] = vmin(sh.shl(d) + base, splat(4095));
   });
 }
@@ -101,7 +101,8 @@ inline void decodeEdge(const DecodeParams& p, const Codes& c, V* o) {
 }
 
 // Decodes the group's modes into o (element i = pixel i of every lane).
-__attribute__((always_inline)) inline void decodeGroup(const DecodeParams& p, const Codes& c, V* o) {
+__attribute__((always_inline)) inline void decodeGroup(const DecodeParams& p, const Codes& c,
+                                                       V* o) {
   V m[8];
   const auto blend = [&o, &m](V mask) {
     for (int i = 0; i < 8; ++i) o[i] = mask ? m[i] : o[i];

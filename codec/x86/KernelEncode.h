@@ -21,8 +21,9 @@ constexpr const DpcmLayout& kDL = kDpcmLayout;
 constexpr int kTruncDrop = 12 - kTL.fieldBits;
 
 // Mode numbers as plain ints, to compare with lane values.
-constexpr int kHadamard = kModeHadamard, kCurve = kModeCurve, kMinMax = kModeMinMax, kDpcm = kModeDpcm,
-              kTruncate = kModeTruncate, kEdge2 = kModeEdge2, kEdge7 = kModeEdge7;
+constexpr int kHadamard = kModeHadamard, kCurve = kModeCurve, kMinMax = kModeMinMax,
+              kDpcm = kModeDpcm, kTruncate = kModeTruncate, kEdge2 = kModeEdge2,
+              kEdge7 = kModeEdge7;
 
 // Lane results of one pass, as the packers read them.
 struct Lanes {
@@ -105,7 +106,8 @@ inline V dpcmCost(const EncodeParams& p, const V* P, V pmin, V pmax, Lanes& L) {
     for (int i = 0; i < 8; ++i) lowSum += P[i] & m;
     const V a = (lowSum + 4) >> 3;
     const V low = pmin & m;
-    const V adj = (rounder + 1 + low <= a) ? a - step : ((low - (step - rounder - 1) > a) ? a + step : a);
+    const V adj =
+        (rounder + 1 + low <= a) ? a - step : ((low - (step - rounder - 1) > a) ? a + step : a);
     base = vmin(vmax(pmin - low + adj, splat(0)), splat(4095));
   }
   V err = splat(0);
@@ -249,7 +251,8 @@ constexpr int plainRank(int mode) {
 }
 static_assert(plainRank(kDpcm) < plainRank(kEdge2) && plainRank(kMinMax) < plainRank(kEdge2) &&
                   plainRank(kHadamard) > plainRank(kEdge2),
-              "needsEdgeTrial's shortcut assumes DPCM and MinMax rank before the edge members, Hadamard after");
+              "needsEdgeTrial's shortcut assumes DPCM and MinMax rank before the edge members, "
+              "Hadamard after");
 
 // Lanes whose selection can depend on the edge members' costs. Edge-first (policy 1): a
 // non-Truncate winner within the final threshold shields the block. Plain order: DPCM and MinMax
@@ -334,8 +337,10 @@ inline Codes packDpcm(const Lanes& L) {
   unroll<8>([&](auto ic) {
     constexpr int i = decltype(ic)::value;
     const V d = L.dpcmDiff[i];
-    if constexpr (i > 0) put<kDL.diffLo + kDL.diffBits * (7 - i), kDL.diffBits>(c, d & (L.pminpos < i));
-    if constexpr (i < 7) put<kDL.diffLo + kDL.diffBits * (6 - i), kDL.diffBits>(c, d & (L.pminpos > i));
+    if constexpr (i > 0)
+      put<kDL.diffLo + kDL.diffBits*(7 - i), kDL.diffBits>(c, d & (L.pminpos < i));
+    if constexpr (i < 7)
+      put<kDL.diffLo + kDL.diffBits*(6 - i), kDL.diffBits>(c, d & (L.pminpos > i));
   });
   return c;
 }
@@ -415,9 +420,9 @@ inline Codes packLanes(const EncodeParams& p, const V* P, const Lanes& L, int se
 // or the Truncate fallback) runs its encoder after remapping.
 struct Plan {
   bool nonEdge[kTruncate + 1];  // Hadamard, -, MinMax, DPCM, Truncate: cost or fields needed
-  bool edgeTrials;                  // some edge member enabled: selection may need their costs
-  bool edgeTried[6];                // Edge2 .. Edge7 enabled: tried when selection needs edge costs
-  unsigned edgeFields;              // bit n - 2: some selectable mode runs Edge n's encoder
+  bool edgeTrials;              // some edge member enabled: selection may need their costs
+  bool edgeTried[6];            // Edge2 .. Edge7 enabled: tried when selection needs edge costs
+  unsigned edgeFields;          // bit n - 2: some selectable mode runs Edge n's encoder
 };
 
 inline Plan makePlan(const EncodeParams& p) {

@@ -39,18 +39,32 @@ constexpr int kLanes = 4;
 typedef std::int32_t V __attribute__((vector_size(4 * kLanes)));
 typedef std::uint32_t U __attribute__((vector_size(4 * kLanes)));
 
-inline V splat(int x) { return V{} + x; }
-inline V vmin(V a, V b) { return a < b ? a : b; }
-inline V vmax(V a, V b) { return a > b ? a : b; }
-inline V vabs(V a) { return a < 0 ? -a : a; }
+inline V splat(int x) {
+  return V{} + x;
+}
+inline V vmin(V a, V b) {
+  return a < b ? a : b;
+}
+inline V vmax(V a, V b) {
+  return a > b ? a : b;
+}
+inline V vabs(V a) {
+  return a < 0 ? -a : a;
+}
 inline V load(const int* p) {
   V v;
   std::memcpy(&v, p, sizeof v);
   return v;
 }
-inline void store(int* p, V v) { std::memcpy(p, &v, sizeof v); }
-inline V asV(U u) { return reinterpret_cast<V>(u); }
-inline U asU(V v) { return reinterpret_cast<U>(v); }
+inline void store(int* p, V v) {
+  std::memcpy(p, &v, sizeof v);
+}
+inline V asV(U u) {
+  return reinterpret_cast<V>(u);
+}
+inline U asU(V v) {
+  return reinterpret_cast<U>(v);
+}
 
 // Calls f(std::integral_constant<int, I>) for I = 0 .. N-1: bit positions that depend on the
 // pixel index stay compile-time constants.
@@ -290,11 +304,12 @@ inline void storeCodes(const Codes& c, std::uint64_t* codes) {
   const __m512i lo = reinterpret_cast<__m512i>(c.lo), hi = reinterpret_cast<__m512i>(c.hi);
   const __m512i first = _mm512_setr_epi32(0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
   _mm512_storeu_si512(codes, _mm512_permutex2var_epi32(lo, first, hi));
-  _mm512_storeu_si512(codes + 8, _mm512_permutex2var_epi32(
-                                     lo, _mm512_add_epi32(first, _mm512_set1_epi32(8)), hi));
+  _mm512_storeu_si512(
+      codes + 8, _mm512_permutex2var_epi32(lo, _mm512_add_epi32(first, _mm512_set1_epi32(8)), hi));
 #elif defined(__AVX2__)
   const __m256i lo = reinterpret_cast<__m256i>(c.lo), hi = reinterpret_cast<__m256i>(c.hi);
-  const __m256i a = _mm256_unpacklo_epi32(lo, hi), b = _mm256_unpackhi_epi32(lo, hi);  // 0 1 4 5, 2 3 6 7
+  const __m256i a = _mm256_unpacklo_epi32(lo, hi),
+                b = _mm256_unpackhi_epi32(lo, hi);  // 0 1 4 5, 2 3 6 7
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(codes), _mm256_permute2x128_si256(a, b, 0x20));
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(codes + 4), _mm256_permute2x128_si256(a, b, 0x31));
 #else
@@ -349,9 +364,12 @@ inline Codes loadCodes(const std::int32_t* samples) {
   const __m256i low = _mm256_set1_epi32(0xFF);
   __m256i v[8];
   for (int k = 0; k < 8; ++k)
-    v[k] = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples + 8 * k)), low);
-  const __m256i a = _mm256_packus_epi16(_mm256_packus_epi32(v[0], v[1]), _mm256_packus_epi32(v[2], v[3]));
-  const __m256i b = _mm256_packus_epi16(_mm256_packus_epi32(v[4], v[5]), _mm256_packus_epi32(v[6], v[7]));
+    v[k] = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples + 8 * k)),
+                            low);
+  const __m256i a =
+      _mm256_packus_epi16(_mm256_packus_epi32(v[0], v[1]), _mm256_packus_epi32(v[2], v[3]));
+  const __m256i b =
+      _mm256_packus_epi16(_mm256_packus_epi32(v[4], v[5]), _mm256_packus_epi32(v[6], v[7]));
   return {reinterpret_cast<U>(_mm256_permute2x128_si256(a, b, 0x20)),
           reinterpret_cast<U>(_mm256_permute2x128_si256(a, b, 0x31))};
 #else
@@ -395,7 +413,8 @@ inline void streamFence() {
 inline void storePixels(const V* rows, std::uint16_t* out) {
 #if defined(__AVX512F__)
   for (int k = 0; k < 8; ++k) {
-    const __m256i v = _mm256_slli_epi16(_mm512_cvtepi32_epi16(reinterpret_cast<__m512i>(rows[k])), 4);
+    const __m256i v =
+        _mm256_slli_epi16(_mm512_cvtepi32_epi16(reinterpret_cast<__m512i>(rows[k])), 4);
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 16 * k), v);
   }
 #elif defined(__AVX2__)
