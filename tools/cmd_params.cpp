@@ -129,7 +129,7 @@ int runParams(const Words& argv) {
   if (verb == "defaults") return runDefaults(rest);
   if (verb == "check") return runCheck(rest);
   if (verb == "random") return runDrawParams(rest);
-  if (verb == "--help") {
+  if (verb == "--help" || verb == "-h") {
     printParamsUsage(std::cout);
     return kExitOk;
   }

@@ -1,11 +1,14 @@
 // fbc random: the random regression generator. Each test is a parameter file, an input picture
 // and the golden reference files the block writes for it, plus the command that re-creates them.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -39,7 +42,10 @@ const CommandSpec kSpec{
     "else a generated one), runs the block on it for every frame at golden-dump level 1 and\n"
     "holds params.ini, input.raw, the golden files of each frame and run.sh, the 'fbc golden'\n"
     "command that writes the same golden files again. A disabled block passes frames through\n"
-    "and has no golden files. The same seed and settings give byte-identical trees.\n\n"
+    "and has no golden files. The same seed and settings give byte-identical trees. DIR may\n"
+    "hold other files, but none of the test directories this run writes: a run never mixes its\n"
+    "tests with older ones. A test appears only when complete; an interrupted run removes the\n"
+    "one it was writing, and a closed standard output ends the run there (status 0).\n\n"
     "Settings, section [GlobalControl] of --settings (every key optional):\n"
     "  width_min, width_max    picture width range, 1..4096, default 8..256\n"
     "  height_min, height_max  picture height range, 1..4096, default 1..32\n"
@@ -247,12 +253,44 @@ std::string runScript(const TestCase& t, unsigned int masterSeed, int frames, co
   return text;
 }
 
+std::string testName(int index) {
+  char name[32];
+  std::snprintf(name, sizeof name, "test_%04d", index);
+  return name;
+}
+
+// The tests a run writes must not exist yet, so that an output directory never holds tests of
+// two runs. Only this run's own test directories are looked at: several runs that split one
+// set of tests between them share an output directory.
+void refuseExistingTests(const std::string& outdir, int first, int count) {
+  std::error_code ec;
+  if (!fs::exists(outdir, ec)) return;
+  for (int i = first; i < first + count; ++i) {
+    const fs::path test = fs::path(outdir) / testName(i);
+    if (fs::exists(fs::symlink_status(test, ec))) {
+      usageError(test.string() + ": already exists; a run writes only new tests (remove it or choose another --outdir)");
+    }
+  }
+}
+
+// Moves a complete test directory into place; a test directory that appeared meanwhile is an
+// error, never replaced.
+void placeTest(const std::string& from, const fs::path& to) {
+  int rc = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+  if (rc != 0 && (errno == EINVAL || errno == ENOSYS)) {
+    std::error_code ec;
+    rc = fs::exists(fs::symlink_status(to, ec)) ? (errno = EEXIST, -1) : std::rename(from.c_str(), to.c_str());
+  }
+  if (rc != 0) failure(to.string() + ": cannot write: " + std::strerror(errno));
+}
+
 class Progress {
  public:
   explicit Progress(int total) : total_(total), terminal_(::isatty(STDOUT_FILENO) == 1) {}
   void step(int done, const std::string& line) {
     if (!terminal_) {
       std::cout << line << '\n';
+      flushStandardOutput();
       return;
     }
     constexpr int kWidth = 40;
@@ -286,8 +324,11 @@ int runRandom(const Words& argv) {
   const bool randomRange = settings["use_random_range"] != 0;
   const int frames = settings["frames"];
 
+  checkOutputDirectory(outdir);
+  refuseExistingTests(outdir, 0, count);
   ensureDirectory(outdir);
   std::cout << "seed " << masterSeed << '\n';
+  flushStandardOutput();
   RegisterTable& regs = registerMap.table();
   std::map<std::pair<std::string, int>, Frame> loaded;  // pictures by path and Bayer layout
   std::mt19937 master(masterSeed);
@@ -352,8 +393,7 @@ int runRandom(const Words& argv) {
     // The test is built in a private directory and renamed into place when complete. The block
     // that runs is loaded from the written parameter file, so the file reproduces the run
     // exactly (a drawn curve whose keys are bound twice keeps only what the file holds).
-    char name[32];
-    std::snprintf(name, sizeof name, "test_%04d", i);
+    const std::string name = testName(i);
     const fs::path target = fs::path(outdir) / name;
     {
       const ScratchDir scratch(outdir);
@@ -373,7 +413,7 @@ int runRandom(const Words& argv) {
         codec.allocateOutputFrame(in, out);
         const std::unique_ptr<Frame> output(out[0]);
         // Frame dumps of the run cycle stay off (index 0): the golden files are the block's own.
-        if (!codec.run(in, out, global, scratch.path(), 0)) failure(std::string(name) + ": the block failed");
+        if (!codec.run(in, out, global, scratch.path(), 0)) failure(name + ": the block failed");
       }
       const std::string script = scratch.file("run.sh");
       writeFileAtomic(script, runScript(t, masterSeed, frames, registersPath));
@@ -383,14 +423,11 @@ int runRandom(const Words& argv) {
       const mode_t mask = ::umask(0);
       ::umask(mask);
       ::chmod(scratch.path().c_str(), 0777 & ~mask);
-      std::error_code ec;
-      fs::remove_all(target, ec);
-      fs::rename(scratch.path(), target, ec);
-      if (ec) failure(target.string() + ": cannot write: " + ec.message());
+      placeTest(scratch.path(), target);
     }
     enabledTests += t.enabled ? 1 : 0;
     pixels += static_cast<long long>(t.width) * t.height * frames;
-    progress.step(i + 1, std::string(name) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
+    progress.step(i + 1, name + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
                              ", CFA " + std::to_string(t.cfa) + ", block " + (t.enabled ? "enabled" : "disabled") +
                              ", " + t.source);
   }

@@ -34,7 +34,7 @@ const Command kCommands[] = {
 
 void printUsage(std::ostream& os) {
   os << "usage: fbc <command> [options] [arguments]\n"
-        "       fbc <command> --help\n"
+        "       fbc <command> --help    (or -h, or fbc help <command>)\n"
         "       fbc --version\n\n"
         "Bit-exact model of a 1x8 frame-buffer compression block: every block of eight 12-bit\n"
         "pixels is coded into 64 bits by one of eleven modes.\n\ncommands:\n";
@@ -43,14 +43,21 @@ void printUsage(std::ostream& os) {
     name.resize(11, ' ');
     os << "  " << name << c.summary << '\n';
   }
-  os << "\nExit status: 0 success, 2 bad usage or bad input, 1 any other failure.\n";
+  os << "\nExit status: 0 success, 2 bad usage or bad input, 1 any other failure. A standard output\n"
+        "closed by its reader ends a run quietly with status 0.\n";
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string first = argc > 1 ? argv[1] : "";
-  if (first == "--help" || first == "-h" || first == "help") {
+  installSignalCleanup();
+  std::string first = argc > 1 ? argv[1] : "";
+  Words words(argv + std::min(argc, 2), argv + argc);
+  if (first == "help" && argc > 2) {
+    // "fbc help CMD" is "fbc CMD --help".
+    first = argv[2];
+    words = {"--help"};
+  } else if (first == "--help" || first == "-h" || first == "help") {
     printUsage(std::cout);
     return kExitOk;
   }
@@ -60,9 +67,13 @@ int main(int argc, char** argv) {
   }
   for (const Command& c : kCommands) {
     if (first != c.name) continue;
-    const Words words(argv + 2, argv + argc);
     try {
-      return c.run(words);
+      const int status = c.run(words);
+      flushStandardOutput();
+      return status;
+    } catch (const StandardOutputClosed&) {
+      // The reader of standard output is gone (`| head`): nothing more to say to anyone.
+      return kExitOk;
     } catch (const Error& e) {
       // An error may list several problems, one per line; each line names the command.
       const std::string message = e.what();

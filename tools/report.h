@@ -37,6 +37,8 @@ constexpr int kNotBayer = -1;
 // per mode), DIR/errors.ppm (the absolute error per pixel on a heat scale whose top is the
 // largest error) and, when `cfa` is a Bayer layout 0..3, DIR/compare.ppm (input and decoded
 // picture demosaiced, side by side). Prints the file names and how to read the maps.
+// The files writePictures writes, in its order.
+std::vector<std::string> picturePaths(const std::string& dir, const std::string& inputName, int cfa);
 void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
                    const Frame& image, const RoundTrip& rt, int cfa);
 
