@@ -17,6 +17,21 @@
 
 class Frame;
 
+namespace fbc {
+
+// A mode's errors over a block: their sum (the SAD the block keeps for reports) and the largest,
+// which is the cost selection reads.
+struct ErrorTally {
+    int sad = 0;
+    int maxErr = 0;
+    void add(int e) {
+        sad += e;
+        maxErr = e > maxErr ? e : maxErr;
+    }
+};
+
+}  // namespace fbc
+
 class Compression1x8 : public IPBase {
 public:
     Compression1x8(const std::string& name, bool noExecute);

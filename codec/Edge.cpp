@@ -84,7 +84,7 @@ void Compression1x8::CalculateEdgeSAD(int member, const int* p) {
     const int shift = stepShift(l, std::min(head.range, tail.range));
     r.Step = 1 << shift;
 
-    int sad = 0, maxErr = 0;
+    fbc::ErrorTally err;
     for (int j = 0; j < 8; ++j) {
         const int v = p[pixelAt(r.Dir, j)];
         int e;
@@ -95,11 +95,10 @@ void Compression1x8::CalculateEdgeSAD(int member, const int* p) {
             // A coarse pixel is charged the error of a mid-interval reconstruction.
             e = truncationError(v, 12 - l.coarseBits[j - l.n]);
         }
-        sad += e;
-        maxErr = std::max(maxErr, e);
+        err.add(e);
     }
-    r.SAD = sad;
-    r.MaxErr = maxErr;
+    r.SAD = err.sad;
+    r.MaxErr = err.maxErr;
 }
 
 fbc::BlockCode Compression1x8::encodeEdge(int member, const int* p) const {

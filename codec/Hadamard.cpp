@@ -72,14 +72,10 @@ void Compression1x8::CalculateHadama(const int* p) {
     }
     int r[8];
     reconstruct(s, HadamaDC, HadamaCoef, r);
-    int sad = 0, maxErr = 0;
-    for (int i = 0; i < 8; ++i) {
-        const int e = std::abs(p[i] - r[i]);
-        sad += e;
-        maxErr = std::max(maxErr, e);
-    }
-    HadamaSAD = sad;
-    HadamaMaxErr = maxErr;
+    fbc::ErrorTally err;
+    for (int i = 0; i < 8; ++i) err.add(std::abs(p[i] - r[i]));
+    HadamaSAD = err.sad;
+    HadamaMaxErr = err.maxErr;
 }
 
 fbc::BlockCode Compression1x8::encodeHadama() const {

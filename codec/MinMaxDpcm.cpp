@@ -31,7 +31,7 @@ void Compression1x8::CalculateMinMaxSAD(const int* p) {
     const int mid = (Pmax + Pmin) >> 1;
     const int x = Pmax - mid;
     const int t = x / 2 + x % 2;  // half the distance to an extreme, rounded up
-    int sad = 0, maxErr = 0;
+    fbc::ErrorTally err;
     for (int i = 0; i < 8; ++i) {
         const int d = p[i] - mid;
         int symbol, r;
@@ -46,12 +46,10 @@ void Compression1x8::CalculateMinMaxSAD(const int* p) {
             r = Pmax;
         }
         MinMaxIdx[i] = symbol;
-        const int e = std::abs(p[i] - r);
-        sad += e;
-        maxErr = std::max(maxErr, e);
+        err.add(std::abs(p[i] - r));
     }
-    MinMaxSAD = sad;
-    MinMaxMaxErr = maxErr;
+    MinMaxSAD = err.sad;
+    MinMaxMaxErr = err.maxErr;
 }
 
 fbc::BlockCode Compression1x8::encodeMinMax() const {
@@ -125,15 +123,10 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
         std::abort();
     }
 
-    int sad = 0, maxErr = 0;
-    for (int i = 0; i < 8; ++i) {
-        const int r = std::min(Diffmin[i] * DPCMStep + DPCMBase, 4095);
-        const int e = std::abs(p[i] - r);
-        sad += e;
-        maxErr = std::max(maxErr, e);
-    }
-    DPCMSAD = sad;
-    DPCMMaxErr = maxErr;
+    fbc::ErrorTally err;
+    for (int i = 0; i < 8; ++i) err.add(std::abs(p[i] - std::min(Diffmin[i] * DPCMStep + DPCMBase, 4095)));
+    DPCMSAD = err.sad;
+    DPCMMaxErr = err.maxErr;
 }
 
 fbc::BlockCode Compression1x8::encodeDPCM() const {

@@ -47,14 +47,10 @@ void Compression1x8::CalculateTruncateSAD(const int* p, bool parity) {
     // The cost models reconstruction at the middle of each interval whatever the rounding
     // registers say, so every rounding option sees the same cost.
     const int sel = truncationSelect(parity);
-    int sad = 0, maxErr = 0;
-    for (int i = 0; i < 8; ++i) {
-        const int e = truncationError(p[i], truncationFine(i, sel) ? kCoarseDrop - 1 : kCoarseDrop);
-        sad += e;
-        maxErr = std::max(maxErr, e);
-    }
-    TruncateSAD = sad;
-    TruncateMaxErr = maxErr;
+    fbc::ErrorTally err;
+    for (int i = 0; i < 8; ++i) err.add(truncationError(p[i], truncationFine(i, sel) ? kCoarseDrop - 1 : kCoarseDrop));
+    TruncateSAD = err.sad;
+    TruncateMaxErr = err.maxErr;
 }
 
 fbc::BlockCode Compression1x8::encodeTruncate(const int* p, bool parity) const {
