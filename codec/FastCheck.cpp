@@ -268,10 +268,12 @@ std::string checkByteMoves(const CodecVariant& v, const SelfTestOptions& o) {
 
 }  // namespace
 
-SelfTestResult runSelfTest(const SelfTestOptions& o) {
+SelfTestResult runSelfTest(const SelfTestOptions& o) { return runSelfTest(o, supportedVariants()); }
+
+SelfTestResult runSelfTest(const SelfTestOptions& o, const std::vector<CodecVariant>& variants) {
     SelfTestResult res;
     const auto wanted = [&o](const std::string& name) { return o.filter.empty() || name.find(o.filter) != std::string::npos; };
-    for (const CodecVariant& v : supportedVariants()) {
+    for (const CodecVariant& v : variants) {
         const std::string enc = std::string("encode[") + v.name + "]", dec = std::string("decode[") + v.name + "]";
         const std::string io = std::string("bytes[") + v.name + "]";
         const bool doEnc = wanted(enc), doDec = wanted(dec);
