@@ -5,7 +5,8 @@
 // bool* entry points keep the block's 64-element interface and are thin adapters over it.
 // Each mode lives in one source file with its layout, cost, encoder and decoder together:
 // Hadamard.cpp, MinMaxDpcm.cpp, Truncate.cpp, Curve.cpp, Edge.cpp; selection in ModeSelect.cpp,
-// frame drivers and golden files in FrameDriver.cpp.
+// frame drivers and golden files in FrameDriver.cpp. The numbers a layout or selection order
+// consists of are constexpr tables (ModeLayout.h, EdgeLayout.h) that the vector kernels read too.
 #pragma once
 
 #include <cstdint>
