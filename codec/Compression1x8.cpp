@@ -127,15 +127,21 @@ void Compression1x8::decodeBlock(BlockCode code, int* pixels) {
     if (reg_curve_mode_en != 0) {
         SelectedMode = kModeCurve;
         decodeCurve(code, pixels);
-        return;
+    } else {
+        switch (modeOfCode(code)) {
+            case kModeHadamard: decodeHadama(code, pixels, coverage); break;
+            case kModeTruncate: decodeTruncate(code, pixels); break;
+            case kModeMinMax: decodeMinMax(code, pixels); break;
+            case kModeDpcm: decodeDPCM(code, pixels, coverage); break;
+            default: decodeEdge(modeOfCode(code) - 3, code, pixels); break;
+        }
     }
-    switch (modeOfCode(code)) {
-        case kModeHadamard: decodeHadama(code, pixels); break;
-        case kModeTruncate: decodeTruncate(code, pixels); break;
-        case kModeMinMax: decodeMinMax(code, pixels); break;
-        case kModeDpcm: decodeDPCM(code, pixels); break;
-        default: decodeEdge(modeOfCode(code) - 3, code, pixels); break;
-    }
+    if (trace) std::copy(pixels, pixels + 8, trace->decoded);
+}
+
+void Compression1x8::startFrame(int width, int frameIndex) {
+    FrameWidth = width;
+    SwingRowSelect = sw_dpcm_swing_en != 0 ? (frameIndex & 1) : reg_dpcm_swing_rounder_en;
 }
 
 void Compression1x8::Decode_bitstream(bool* code, int* pixels) { decodeBlock(packCode(code), pixels); }

@@ -78,7 +78,14 @@ void Compression1x8::CalculateEdgeSAD(int member, const int* p) {
     r.Dir = head.range < tail.range ? 1 : 0;
 
     const auto qualifies = [&](int range) { return range <= l.rangeLimit && range <= reg_edge_diffmin_th; };
-    if (!qualifies(head.range) && !qualifies(tail.range)) return;
+    if (!qualifies(head.range) && !qualifies(tail.range)) {
+        fbc::cover(coverage, fbc::kCoverEdge2Ineligible + member - 2);
+        return;
+    }
+    if (coverage) {
+        fbc::cover(coverage, fbc::kCoverEdge2Eligible + member - 2);
+        fbc::cover(coverage, r.Dir ? fbc::kCoverEdgeHeadGroup : fbc::kCoverEdgeTailGroup);
+    }
 
     const Group& g = r.Dir ? head : tail;
     const int shift = stepShift(l, std::min(head.range, tail.range));
@@ -117,6 +124,7 @@ fbc::BlockCode Compression1x8::encodeEdge(int member, const int* p) const {
     for (int j = l.n; j < 8; ++j) {
         const int bits = l.coarseBits[j - l.n];
         const int drop = 12 - bits;
+        if (reg_comp_enc_trun_rnd != 0) fbc::cover(coverage, fbc::kCoverEncRoundEdge);
         c |= fbc::putField(truncationRounded(p[pixelAt(dir, j)], drop) >> drop, lo, bits);
         lo += bits;
     }
@@ -125,17 +133,44 @@ fbc::BlockCode Compression1x8::encodeEdge(int member, const int* p) const {
 
 void Compression1x8::decodeEdge(int member, fbc::BlockCode code, int* out) const {
     const EdgeLayout& l = layoutOf(member);
+    fbc::Coverage* const cov = coverage;
     const int dir = static_cast<int>(fbc::getField(code, l.dirBit, 1));
     const int shift = static_cast<int>(fbc::getField(code, l.dirBit + 1, 2));
     const int base = static_cast<int>(fbc::getField(code, baseLo(l), baseBits(l))) << l.baseDrop;
     for (int j = 0; j < l.n; ++j) {
         const int q = static_cast<int>(fbc::getField(code, j * l.indexBits, l.indexBits));
         out[pixelAt(dir, j)] = std::min((q << shift) + base, 4095);
+        if (cov && (q << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecEdgeClamp4095);
     }
     int lo = baseLo(l) + baseBits(l);
     for (int j = l.n; j < 8; ++j) {
         const int bits = l.coarseBits[j - l.n];
-        out[pixelAt(dir, j)] = untruncate(static_cast<int>(fbc::getField(code, lo, bits)), 12 - bits);
+        const int drop = 12 - bits;
+        const int t = static_cast<int>(fbc::getField(code, lo, bits));
         lo += bits;
+        out[pixelAt(dir, j)] = untruncate(t, drop);
+        if (cov) {
+            fbc::cover(cov, truncationOffset(t, drop) != 0 ? fbc::kCoverDecEdgeMid
+                            : reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecEdgeBottom
+                                                           : fbc::kCoverDecEdgeZero);
+        }
     }
+}
+
+int fbc::layout::edgeFields(int member, BlockCode, CodeField* f) {
+    const EdgeLayout& l = layoutOf(member);
+    int n = 0;
+    f[n++] = {"prefix", -1, l.prefixLo, 64 - l.prefixLo, false};
+    f[n++] = {"shift", -1, l.dirBit + 1, 2, false};
+    f[n++] = {"dir", -1, l.dirBit, 1, false};
+    int lo = baseLo(l) + baseBits(l);
+    for (int j = l.n; j < 8; ++j) lo += l.coarseBits[j - l.n];
+    if (lo < l.dirBit) f[n++] = {"pad", -1, lo, l.dirBit - lo, false};
+    for (int j = 7; j >= l.n; --j) {
+        lo -= l.coarseBits[j - l.n];
+        f[n++] = {"coarse", j - l.n, lo, l.coarseBits[j - l.n], false};
+    }
+    f[n++] = {"base", -1, baseLo(l), baseBits(l), false};
+    for (int j = l.n - 1; j >= 0; --j) f[n++] = {"index", j, j * l.indexBits, l.indexBits, false};
+    return n;
 }

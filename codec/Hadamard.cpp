@@ -31,12 +31,16 @@ inline void butterfly8(int* v) {
 }
 
 // The decoder's reconstruction from the coded fields; the cost function runs it too.
-inline void reconstruct(int shift, int dc, const int* coef, int* out) {
+// `cov` counts the decoder's clamps.
+inline void reconstruct(int shift, int dc, const int* coef, int* out, fbc::Coverage* cov = nullptr) {
     int v[8];
     v[0] = dc * 8;
     for (int j = 1; j < 8; ++j) v[kNatural[j]] = coef[j - 1] * (1 << (8 - shift));
     butterfly8(v);
-    for (int i = 0; i < 8; ++i) out[i] = std::clamp(v[i] >> 3, 0, 4095);
+    for (int i = 0; i < 8; ++i) {
+        out[i] = std::clamp(v[i] >> 3, 0, 4095);
+        if (cov && out[i] != v[i] >> 3) fbc::cover(cov, out[i] == 0 ? fbc::kCoverDecHadamardClamp0 : fbc::kCoverDecHadamardClamp4095);
+    }
 }
 
 }  // namespace
@@ -61,13 +65,17 @@ void Compression1x8::CalculateHadama(const int* p) {
         }
     }
     HadamaShift = s;
+    fbc::cover(coverage, fbc::kCoverHadamardShift0 + s);
     HadamaDC = std::min(t[0] + 4, 32767) >> 3;
     const int rounding = 1 << (7 - s);
     const int positiveCap = 16383 >> s;  // keeps a positive term from coding as +64
     for (int j = 1; j < 8; ++j) {
         const int term = t[kNatural[j]];
         int v = term + rounding;
-        if (term >= 0 && v > positiveCap) v = positiveCap;
+        if (term >= 0 && v > positiveCap) {
+            v = positiveCap;
+            fbc::cover(coverage, fbc::kCoverHadamardAcCapped);
+        }
         HadamaCoef[j - 1] = v >> (8 - s);
     }
     int r[8];
@@ -85,11 +93,20 @@ fbc::BlockCode Compression1x8::encodeHadama() const {
     return c;
 }
 
-void Compression1x8::decodeHadama(fbc::BlockCode code, int* out) {
+void Compression1x8::decodeHadama(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
     int coef[7];
     for (int j = 1; j < 8; ++j) coef[j - 1] = fbc::getSignedField(code, kL.acLo[j - 1], kL.acBits);
     reconstruct(static_cast<int>(fbc::getField(code, kL.shiftLo, kL.shiftBits)),
-                static_cast<int>(fbc::getField(code, kL.dcLo, kL.dcBits)), coef, out);
+                static_cast<int>(fbc::getField(code, kL.dcLo, kL.dcBits)), coef, out, cov);
+}
+
+int fbc::layout::hadamardFields(BlockCode, CodeField* f) {
+    int n = 0;
+    f[n++] = {"prefix", -1, kL.prefix.lo, 64 - kL.prefix.lo, false};
+    f[n++] = {"shift", -1, kL.shiftLo, kL.shiftBits, false};
+    f[n++] = {"dc", -1, kL.dcLo, kL.dcBits, false};
+    for (int j = 1; j < 8; ++j) f[n++] = {"ac", j, kL.acLo[j - 1], kL.acBits, true};
+    return n;
 }
 
 void Compression1x8::encodeHadama(int*, bool* code) { fbc::unpackCode(encodeHadama(), code); }

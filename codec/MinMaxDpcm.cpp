@@ -72,10 +72,12 @@ int Compression1x8::dpcmMaxShift() const {
     return std::clamp(3 + reg_dpcm_stepsize_expansion_en, 0, 6);
 }
 
-int Compression1x8::dpcmRounder(int shift) const {
+int Compression1x8::dpcmRounderRow() const {
     // Only rows 0 and 1 exist; any non-zero selector takes row 1.
-    return fbc::kDpcmRounder[(reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0) ? 1 : 0][shift];
+    return reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0 ? 1 : 0;
 }
+
+int Compression1x8::dpcmRounder(int shift) const { return fbc::kDpcmRounder[dpcmRounderRow()][shift]; }
 
 void Compression1x8::CalculateDPCMSAD(const int* p) {
     DPCMSAD = 32767;
@@ -94,6 +96,7 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
     DPCMShift = std::min(s0, maxShift);
     DPCMStep = 1 << DPCMShift;
     DPCMRounder = dpcmRounder(DPCMShift);
+    if (dpcmRounderRow() == 1) fbc::cover(coverage, fbc::kCoverDpcmSwingRow);
 
     if (reg_dpcm_pmin_lsb_update_en != 0) {
         // Move the base's low bits towards the block's average low bits.
@@ -103,18 +106,29 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
         const int a = (lowSum + 4) >> 3;
         const int low = Pmin & m;
         int adj;
-        if (DPCMRounder + 1 + low <= a)
+        if (DPCMRounder + 1 + low <= a) {
             adj = a - DPCMStep;
-        else if (low - (DPCMStep - DPCMRounder - 1) > a)
+            fbc::cover(coverage, fbc::kCoverDpcmLsbDown);
+        } else if (low - (DPCMStep - DPCMRounder - 1) > a) {
             adj = a + DPCMStep;
-        else
+            fbc::cover(coverage, fbc::kCoverDpcmLsbUp);
+        } else {
             adj = a;
-        DPCMBase = std::clamp(Pmin - low + adj, 0, 4095);
+            fbc::cover(coverage, fbc::kCoverDpcmLsbKeep);
+        }
+        const int base = Pmin - low + adj;
+        DPCMBase = std::clamp(base, 0, 4095);
+        if (base < 0) fbc::cover(coverage, fbc::kCoverDpcmBaseClampLow);
+        if (base > 4095) fbc::cover(coverage, fbc::kCoverDpcmBaseClampHigh);
     }
 
     for (int i = 0; i < 8; ++i) Diffmin[i] = std::min((p[i] - DPCMBase + DPCMRounder) / DPCMStep, 63);
 
-    if ((64 << maxShift) <= range) return;  // range too wide: DPCM cannot code the block
+    if ((64 << maxShift) <= range) {  // range too wide: DPCM cannot code the block
+        fbc::cover(coverage, fbc::kCoverDpcmNotApplicable);
+        return;
+    }
+    fbc::cover(coverage, fbc::kCoverDpcmShift0 + DPCMShift);
 
     if (Diffmin[Pminpos] != 0) {
         // The hardware's invariant: the minimum pixel codes 0 and is never transmitted.
@@ -142,7 +156,7 @@ fbc::BlockCode Compression1x8::encodeDPCM() const {
     return c;
 }
 
-void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out) {
+void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
     const int shift = static_cast<int>(fbc::getField(code, kDpcm.shiftLo, kDpcm.shiftBits));
     const int pos = static_cast<int>(fbc::getField(code, kDpcm.posLo, kDpcm.posBits));
     const int base = static_cast<int>(fbc::getField(code, kDpcm.baseLo, kDpcm.baseBits));
@@ -154,7 +168,35 @@ void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out) {
             lo += kDpcm.diffBits;
         }
         out[i] = std::min((d << shift) + base, 4095);
+        if (cov && (d << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecDpcmClamp4095);
     }
+}
+
+int fbc::layout::minMaxFields(BlockCode, CodeField* f) {
+    int n = 0;
+    f[n++] = {"prefix", -1, kMinMax.prefix.lo, 64 - kMinMax.prefix.lo, false};
+    f[n++] = {"pad", -1, kMinMax.minLo + kMinMax.valueBits, kMinMax.prefix.lo - kMinMax.minLo - kMinMax.valueBits, false};
+    f[n++] = {"min", -1, kMinMax.minLo, kMinMax.valueBits, false};
+    f[n++] = {"max", -1, kMinMax.maxLo, kMinMax.valueBits, false};
+    for (int i = 0; i < 8; ++i) f[n++] = {"symbol", i, kMinMax.symbolLo[i], kMinMax.symbolBits, false};
+    return n;
+}
+
+// The pixels' codes sit below the base in the order pixel 7 .. 0, the one at Pminpos left out.
+int fbc::layout::dpcmFields(BlockCode code, CodeField* f) {
+    const int pos = static_cast<int>(getField(code, kDpcm.posLo, kDpcm.posBits));
+    int n = 0;
+    f[n++] = {"prefix", -1, kDpcm.prefix.lo, 64 - kDpcm.prefix.lo, false};
+    f[n++] = {"base", -1, kDpcm.baseLo, kDpcm.baseBits, false};
+    int lo = kDpcm.diffLo + 6 * kDpcm.diffBits;
+    for (int i = 0; i < 8; ++i) {
+        if (i == pos) continue;
+        f[n++] = {"delta", i, lo, kDpcm.diffBits, false};
+        lo -= kDpcm.diffBits;
+    }
+    f[n++] = {"pminpos", -1, kDpcm.posLo, kDpcm.posBits, false};
+    f[n++] = {"shift", -1, kDpcm.shiftLo, kDpcm.shiftBits, false};
+    return n;
 }
 
 void Compression1x8::encodeMinMax(int*, bool* code) { fbc::unpackCode(encodeMinMax(), code); }

@@ -4,8 +4,20 @@
 #include <algorithm>
 
 #include "codec/Compression1x8.h"
+#include "codec/Coverage.h"
+#include "codec/Trace.h"
 
 using namespace fbc;
+
+namespace {
+
+// The cover point of a remapping away from each selectable mode (Curve is never selected).
+constexpr int kRemapPoint[kModeCount] = {
+    kCoverRemapHadamard, kCoverCurveForced, kCoverRemapMinMax, kCoverRemapDpcm,
+    kCoverRemapTruncate, kCoverRemapEdge2,  kCoverRemapEdge3,  kCoverRemapEdge4,
+    kCoverRemapEdge5,    kCoverRemapEdge6,  kCoverRemapEdge7};
+
+}  // namespace
 
 int Compression1x8::modeCost(int mode) const {
     switch (mode) {
@@ -46,30 +58,49 @@ void Compression1x8::Encode_modeselect() {
     const int nonEdge = std::min({c[kModeHadamard], c[kModeMinMax], c[kModeDpcm], c[kModeTruncate]});
     const int edgeBest = *std::min_element(c + kModeEdge2, c + kModeEdge7 + 1);
     const auto matches = [&](int m, int cost) { return reg_mode_en[m] != 0 && c[m] == cost; };
+    // How many of `modes` are enabled at `cost` (for coverage of the tie orders only).
+    const auto count = [&](const auto& modes, int cost) {
+        int n = 0;
+        for (int m : modes) n += matches(m, cost) ? 1 : 0;
+        return n;
+    };
 
     int mode = kModeTruncate;
+    int winner = kModeTruncate;
+    int rule;
     if (reg_compress_edgefisrt_enable != 1) {
         // Any value other than 0 and 1 leaves the edge minimum out: an edge member then wins only
         // when it ties with the best non-edge cost.
         const int target = reg_compress_edgefisrt_enable == 0 ? std::min(nonEdge, edgeBest) : nonEdge;
+        rule = kRulePlainFallback;
         for (int m : kPlainOrder) {
             if (matches(m, target)) {
                 mode = m;
+                rule = reg_compress_edgefisrt_enable == 0 ? kRulePlain : kRulePlainNonEdge;
                 break;
             }
         }
+        if (coverage && rule != kRulePlainFallback &&
+            count(kPlainOrder, target) + (matches(kModeTruncate, target) ? 1 : 0) > 1)
+            cover(coverage, kCoverTiePlain);
     } else {
-        int winner = kModeTruncate;
         for (int m : kNonEdgeOrder) {
             if (matches(m, nonEdge)) {
                 winner = m;
                 break;
             }
         }
+        if (coverage && winner != kModeTruncate &&
+            count(kNonEdgeOrder, nonEdge) + (matches(kModeTruncate, nonEdge) ? 1 : 0) > 1)
+            cover(coverage, kCoverTieNonEdgeWinner);
         mode = winner;
         // A Truncate winner never shields the block from edge coding.
         const bool keepWinner = winner != kModeTruncate && nonEdge <= reg_compress_edgefisrt_finalth;
-        if (!keepWinner && edgeBest <= reg_compress_edgemin_th) {
+        if (winner == kModeTruncate) cover(coverage, kCoverTruncateWinnerTriesEdges);
+        if (keepWinner) {
+            rule = kRuleKeptUnderFinal;
+        } else if (edgeBest <= reg_compress_edgemin_th) {
+            rule = kRuleEdgeBalanced;
             const long long ratio = reg_compress_edgemin_ratio;
             for (int m : kEdgeOrder) {
                 if (!matches(m, edgeBest)) continue;
@@ -80,13 +111,37 @@ void Compression1x8::Encode_modeselect() {
                 const bool balanced = e.HeadRange <= headLimit && e.TailRange <= tailLimit;
                 if (!balanced) {
                     mode = m;
+                    rule = kRuleEdgeTaken;
                     break;
                 }
+                cover(coverage, kCoverEdgeMemberBalanced);
             }
+            if (coverage && count(kEdgeOrder, edgeBest) > 1) cover(coverage, kCoverTieEdgeMembers);
+        } else {
+            rule = kRuleEdgeAboveMin;
         }
     }
+    cover(coverage, kCoverRulePlain + rule);
 
-    SelectedMode = reg_curve_mode_en != 0 ? static_cast<int>(kModeCurve) : remapMode(mode);
+    if (reg_curve_mode_en != 0) {
+        SelectedMode = kModeCurve;
+        cover(coverage, kCoverCurveForced);
+    } else {
+        SelectedMode = remapMode(mode);
+        if (coverage && SelectedMode != mode) {
+            cover(coverage, kRemapPoint[mode]);
+            if (SelectedMode < 0 || SelectedMode >= kModeCount) cover(coverage, kCoverRemapUnknown);
+        }
+    }
+    if (trace) {
+        trace->nonEdgeBest = nonEdge;
+        trace->edgeBest = edgeBest;
+        trace->nonEdgeWinner = winner;
+        trace->rule = rule;
+        trace->selected = mode;
+        trace->mode = SelectedMode;
+        trace->curveForced = reg_curve_mode_en != 0;
+    }
 }
 
 int Compression1x8::remapMode(int mode) const {
@@ -117,7 +172,31 @@ BlockCode Compression1x8::encodeBlock(const int* pixels, bool parity) {
     std::copy(pixels, pixels + 8, p);
     EncodeCalculateSAD(p, parity);
     Encode_modeselect();
-    return encodeSelected(p, parity);
+    const BlockCode code = encodeSelected(p, parity);
+    if (instrumented()) record(p, parity, code);
+    return code;
+}
+
+void Compression1x8::record(const int* p, bool parity, BlockCode code) {
+    const int encoder = encoderOf(SelectedMode);
+    cover(coverage, kCoverModeHadamard + encoder);
+    if (!trace) return;
+    BlockTrace& t = *trace;
+    std::copy(p, p + 8, t.pixels);
+    t.parity = parity;
+    t.pmin = Pmin;
+    t.pmax = Pmax;
+    t.pminpos = Pminpos;
+    const int sads[kModeCount] = {HadamaSAD, kNoSad, MinMaxSAD, DPCMSAD, TruncateSAD, Edge[0].SAD,
+                                  Edge[1].SAD, Edge[2].SAD, Edge[3].SAD, Edge[4].SAD, Edge[5].SAD};
+    for (int m = 0; m < kModeCount; ++m) {
+        t.hasCost[m] = m != kModeCurve;
+        t.sad[m] = sads[m];
+        t.maxerr[m] = modeCost(m);
+        t.enabled[m] = reg_mode_en[m] != 0;
+    }
+    t.encoder = encoder;
+    t.code = code;
 }
 
 void Compression1x8::EncodePixel8(int* pixels, bool* code, bool parity) {

@@ -29,7 +29,9 @@ int Compression1x8::truncationSelect(bool parity) const {
 bool Compression1x8::truncationFine(int pixel, int sel) const { return reg_tr_ext_en != 0 && (pixel & 1) != sel; }
 
 int Compression1x8::truncationRounded(int v, int drop) const {
-    return reg_comp_enc_trun_rnd != 0 ? std::clamp(v + (1 << (drop - 1)), 0, 4095) : v;
+    if (reg_comp_enc_trun_rnd == 0) return v;
+    if (v + (1 << (drop - 1)) > 4095) fbc::cover(coverage, fbc::kCoverEncRoundClamp);
+    return std::clamp(v + (1 << (drop - 1)), 0, 4095);
 }
 
 int Compression1x8::truncationError(int v, int drop) {
@@ -55,6 +57,11 @@ void Compression1x8::CalculateTruncateSAD(const int* p, bool parity) {
 
 fbc::BlockCode Compression1x8::encodeTruncate(const int* p, bool parity) const {
     const int sel = truncationSelect(parity);
+    if (coverage) {
+        fbc::cover(coverage, (reg_tr_ext_en != 0 ? fbc::kCoverTruncExtOnSel0 : fbc::kCoverTruncExtOffSel0) + sel);
+        if (reg_tr_ext_rb != 0) fbc::cover(coverage, fbc::kCoverTruncSelFlipped);
+        if (reg_comp_enc_trun_rnd != 0) fbc::cover(coverage, fbc::kCoverEncRoundTruncate);
+    }
     fbc::BlockCode c = fbc::putField(kL.prefix.value, kL.prefix.lo, 64 - kL.prefix.lo) | fbc::putField(sel, kL.selBit, 1);
     for (int i = 0; i < 8; ++i) {
         const bool fine = truncationFine(i, sel);
@@ -68,13 +75,35 @@ fbc::BlockCode Compression1x8::encodeTruncate(const int* p, bool parity) const {
 void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
     // The decoder takes the extension from its own register, not from the bits.
     const int sel = static_cast<int>(fbc::getField(code, kL.selBit, 1));
+    fbc::Coverage* const cov = coverage;
     for (int i = 0; i < 8; ++i) {
-        const int t = static_cast<int>(fbc::getField(code, kL.fieldLo[i], kL.fieldBits));
-        if (truncationFine(i, sel))
-            out[i] = untruncate(2 * t + static_cast<int>(fbc::getField(code, kL.extBit[i >> 1], 1)), kCoarseDrop - 1);
-        else
-            out[i] = untruncate(t, kCoarseDrop);
+        int t = static_cast<int>(fbc::getField(code, kL.fieldLo[i], kL.fieldBits));
+        int drop = kCoarseDrop;
+        if (truncationFine(i, sel)) {
+            t = 2 * t + static_cast<int>(fbc::getField(code, kL.extBit[i >> 1], 1));
+            --drop;
+        }
+        out[i] = untruncate(t, drop);
+        if (cov) {
+            fbc::cover(cov, truncationOffset(t, drop) != 0 ? fbc::kCoverDecTruncMid
+                            : reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecTruncBottom
+                                                           : fbc::kCoverDecTruncZero);
+        }
     }
+}
+
+int fbc::layout::truncateFields(BlockCode, CodeField* f) {
+    int n = 0;
+    f[n++] = {"prefix", -1, kL.prefix.lo, 64 - kL.prefix.lo, false};
+    f[n++] = {"zero", -1, kL.selBit + 1, kL.prefix.lo - kL.selBit - 1, false};
+    f[n++] = {"sel", -1, kL.selBit, 1, false};
+    f[n++] = {"ext", 0, kL.extBit[0], 1, false};
+    f[n++] = {"ext", 1, kL.extBit[1], 1, false};
+    for (int i = 0; i < 7; ++i) f[n++] = {"t", i, kL.fieldLo[i], kL.fieldBits, false};
+    f[n++] = {"ext", 2, kL.extBit[2], 1, false};
+    f[n++] = {"ext", 3, kL.extBit[3], 1, false};
+    f[n++] = {"t", 7, kL.fieldLo[7], kL.fieldBits, false};
+    return n;
 }
 
 void Compression1x8::encodeTruncate(int* p, bool* code, bool parity) {

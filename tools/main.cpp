@@ -30,6 +30,7 @@ const Command kCommands[] = {
     {"params", "show, write, check or draw parameter files of the block", runParams},
     {"regs", "the register address/value list of a parameter file", runRegs},
     {"random", "generate random regression tests: parameters, input and golden files", runRandom},
+    {"cover", "a small directed suite of tests that together hit every reachable cover point", runCover},
 };
 
 void printUsage(std::ostream& os) {
