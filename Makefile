@@ -34,5 +34,6 @@ bench:
 fuzz:
 	JOBS=$(JOBS) fuzz/run.sh
 
+# Every folder the targets above create: the build, the benchmark build and the fuzz build.
 clean:
-	rm -rf $(BUILD)
+	rm -rf $(BUILD) build-bench $(or $(FUZZ_BUILD),build-fuzz)

@@ -8,7 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "config/IniFileIO.h"
+
 class Compression1x8;
+class IniFileIO;
 class RegisterTable;
 
 namespace fbc::cli {
@@ -43,20 +46,22 @@ void resetCodec(Compression1x8& codec);
 void loadRegisters(Compression1x8& codec, RegisterTable& regs, const std::string& paramsPath,
                    const std::vector<std::string>& overrides);
 
-// Loads `path` into the codec through `init` over the map `regs` and returns every problem,
-// each one line without the file name: the library's messages (keys absent from the file are
-// not problems; they keep their values), a missing block section, keys in the block's
-// sections that name no bound parameter (with the nearest real name), and values that are not
-// exactly the bound number of comma-separated integers.
+// Loads `path` into the codec over the map `regs` and returns every problem, each one line
+// without the file name: the library's messages (keys absent from the file are not problems;
+// they keep their values), a missing block section, keys in the block's sections that name no
+// bound parameter (with the nearest real name, or the section they belong in), and values that
+// are not exactly the bound number of comma-separated integers. A file the INI readers would
+// read only in part (see readIniFile) is an input Error.
 std::vector<std::string> loadParamFile(Compression1x8& codec, RegisterTable& regs,
                                        const std::string& path);
 
-// The same with nothing left out: keys absent from the file are reported as the library
-// reports them, followed by what `checkParam` finds that the load did not already say.
+// The same, then what `checkParam` finds; with `complete`, keys absent from the file are
+// reported too, as the library reports them.
 std::vector<std::string> checkParamFile(Compression1x8& codec, RegisterTable& regs,
-                                        const std::string& path);
-std::vector<std::string> readParamFile(Compression1x8& codec, RegisterTable& regs,
-                                       const std::string& path, bool reportAbsent);
+                                        const std::string& path, bool complete);
+
+// The sections a parameter file of the block may hold: those it binds parameters in.
+std::vector<std::string> blockSections(const Compression1x8& codec);
 
 // Applies one "KEY=VALUE" override with the checks of loadParamFile; returns the problems.
 std::vector<std::string> applyOverride(Compression1x8& codec, RegisterTable& regs,
@@ -68,19 +73,31 @@ std::string renderParams(Compression1x8& codec, RegisterTable& regs);
 // The same text written atomically to `path`.
 void writeParamFile(Compression1x8& codec, RegisterTable& regs, const std::string& path);
 
-// The first reason a file cannot be read as text by line-based readers: a NUL or other control
-// byte (tab, CR and LF are text), or a line longer than `maxLine` bytes without its terminator
-// (0: any length), which the INI reader would cut short in silence. `line` is 1-based; an empty
-// reason means none.
+// A problem of a text at a line (1-based); an empty reason means none.
 struct TextProblem {
   int line = 0;
   std::string reason;
 };
-TextProblem checkTextFile(const std::string& path, std::size_t maxLine);
 
-// The range errors of one array, one per element out of range, as a single line per parameter:
-// the first element's message followed by how many more there are.
-void collapseRangeErrors(std::vector<std::string>& problems);
+// The first reason a text cannot be read by line-based readers: a NUL or other control byte
+// (tab, CR and LF are text), or a line longer than `maxLine` bytes without its terminator
+// (0: any length), which the INI reader would cut short in silence.
+TextProblem checkText(const std::string& text, std::size_t maxLine);
+
+// The first line whose value the INI readers would drop in silence: a UTF-8 byte order mark
+// (it hides the first line), a line that is neither a section, a key nor a comment, a key before
+// the first section, a section not in `sections` (names compared exactly, as IniFileIO does), a
+// section given twice (the readers see only the first) or a key given twice in a section (the
+// readers take the first; keys compare without case).
+TextProblem checkIniStructure(const std::string& text, const std::vector<std::string>& sections);
+
+// The INI file at `path`, read once into memory after checkText and checkIniStructure; any
+// problem is an input Error "FILE: reason" or "FILE:LINE: reason".
+IniFileIO readIniFile(const std::string& path, const std::vector<std::string>& sections);
+
+// The bytes with every one outside printable ASCII written as \xNN, for echoing a file's or a
+// command line's text in a message.
+std::string printable(const std::string& bytes);
 
 // Problems as one error text, each line "<object>: <problem>" (the dispatcher prefixes every
 // line with the command); throws a usage Error when there is any.
