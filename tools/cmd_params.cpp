@@ -118,7 +118,10 @@ int runParams(const Words& argv) {
                   "[Enable] and every register in section [FBC], arrays comma-separated. --registers\n"
                   "names a register map (the format of data/fbc_registers.txt) to check them against\n"
                   "instead of the built-in one.",
-                  {{&kShow, runShow}, {&kDefaults, runDefaults}, {&kCheck, runCheck}, {&kRandom, runDrawParams}},
+                  {{&kShow, runShow},
+                   {&kDefaults, runDefaults},
+                   {&kCheck, runCheck},
+                   {&kRandom, runDrawParams}},
                   argv);
 }
 

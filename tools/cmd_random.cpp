@@ -94,7 +94,8 @@ Settings readSettings(const std::string& path) {
   for (const SettingSpec& setting : kSettings) names.push_back(setting.key);
   for (const std::string& key : ini.keys().at(kSection)) {
     if (std::find(names.begin(), names.end(), key) == names.end()) {
-      problems.push_back("unknown setting \"" + printable(key) + "\" (nearest name: " + nearestName(key, names) + ")");
+      problems.push_back("unknown setting \"" + printable(key) + "\" (nearest name: " + nearestName(key, names) +
+                         ")");
       continue;
     }
     std::string text;

@@ -62,11 +62,11 @@ std::string valueTextProblem(IniFileIO& ini, const std::string& section, const s
          (values.size() == 1 ? " value" : " values") + ", expected " + std::to_string(count);
 }
 
-// The library's problems as lines, each once (the curve keys are bound twice, so the library
-// reports them twice), the out-of-range elements of one array folded into the first one's line.
-// `replaced` holds the parameters whose text the tool found wrong: their values are not what
-// the user wrote, so their range messages give way to the tool's line, `extra`, which follows
-// the library's own message when there is one.
+// The library's problems as lines, each once (the curve keys are bound twice, and the load and
+// the check both find a stored value out of range), the out-of-range elements of one array
+// folded into the first one's line. `replaced` holds the tool's line for each parameter whose
+// text it found wrong: such a value is not what the user wrote, so its range messages give way
+// to the tool's line, which follows the library's own message when there is one (`said`).
 void describeProblems(const std::vector<ParamProblem>& found, bool reportAbsent,
                       const std::map<std::string, std::string>& replaced,
                       std::set<std::string>& said, std::vector<std::string>& lines) {
@@ -79,7 +79,7 @@ void describeProblems(const std::vector<ParamProblem>& found, bool reportAbsent,
     if (p.kind == ParamProblem::Kind::NotInIni && !reportAbsent) continue;
     if (p.kind == ParamProblem::Kind::OutOfRange && wrongText != replaced.end()) continue;
     const std::string text = paramProblemText(p);
-    if (!seen.insert(text).second) continue;
+    if (!seen.insert(text + "#" + std::to_string(p.element)).second) continue;
     if (p.kind == ParamProblem::Kind::OutOfRange) {
       const auto first = rangeLine.find(name);
       if (first != rangeLine.end()) {

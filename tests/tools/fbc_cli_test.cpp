@@ -232,7 +232,8 @@ TEST(Make, CleanRemovesEveryBuildFolder) {
   for (const char* d : {"build", "build-bench", "build-fuzz/fuzz-work", "keep"}) {
     std::filesystem::create_directories(dir.file(d));
   }
-  const std::string cmd = "env -u MAKEFLAGS -u MFLAGS -u MAKELEVEL -u FUZZ_BUILD make -s -C '" + dir.path() + "' -f '" FBC_SOURCE_DIR "/Makefile' clean >/dev/null";
+  const std::string cmd = "env -u MAKEFLAGS -u MFLAGS -u MAKELEVEL -u FUZZ_BUILD make -s -C '" + dir.path() +
+                          "' -f '" FBC_SOURCE_DIR "/Makefile' clean >/dev/null";
   ASSERT_EQ(std::system(cmd.c_str()), 0);
   EXPECT_EQ(listDir(dir.path()), (std::set<std::string>{"keep"}));
 }
