@@ -4,7 +4,7 @@ BUILD_TYPE ?= Release
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all build demo test bench fuzz clean
+.PHONY: all build demo test bench fuzz slurm-test clean
 
 all: build
 
@@ -33,6 +33,15 @@ bench:
 # ends with a table of executions, coverage and findings.
 fuzz:
 	JOBS=$(JOBS) fuzz/run.sh
+
+# A real one-node Slurm cluster on this machine (needs root): regress.sh runs 4 shards of 40
+# tests and the report after them; the tree must equal one unsharded run.
+SLURM_PACKAGES = slurmctld slurmd slurm-client munge
+slurm-test: $(BUILD)/CMakeCache.txt
+	@missing=""; for p in $(SLURM_PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
+	if [ -n "$$missing" ]; then apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; fi
+	cmake --build $(BUILD) -j $(JOBS) --target fbc_cli
+	scripts/slurm/test-cluster.sh $(BUILD)/fbc
 
 # Every folder the targets above create: the build, the benchmark build and the fuzz build.
 clean:

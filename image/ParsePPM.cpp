@@ -201,14 +201,20 @@ void unpackYuvWords(const unsigned char* bytes, std::size_t count, unsigned shor
   for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<unsigned short>(littleEndianWord(bytes, i) & 0x3FFu);
 }
 
-// A decimal field of at most nine digits (so it cannot wrap).
-bool parseNumber(const std::string& token, unsigned& value) {
-  if (token.empty() || token.size() > 9) return false;
-  value = 0;
+// A decimal field. Digits worth more than 32 bits set `tooLarge` instead of wrapping.
+bool parseNumber(const std::string& token, unsigned& value, bool& tooLarge) {
+  if (token.empty()) return false;
+  unsigned long long v = 0;
+  tooLarge = false;
   for (char ch : token) {
     if (ch < '0' || ch > '9') return false;
-    value = value * 10 + static_cast<unsigned>(ch - '0');
+    v = v * 10 + static_cast<unsigned>(ch - '0');
+    if (v > 0xFFFFFFFFull) {
+      tooLarge = true;
+      v = 0xFFFFFFFFull;
+    }
   }
+  value = static_cast<unsigned>(v);
   return true;
 }
 
@@ -231,16 +237,23 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
       const bool colour = m == "P3" || m == "P6";
       const bool grey = m == "P2" || m == "P5";
       if (!colour && !(allowGrey && grey)) {
-        error = path + ": unknown magic \"" + m.substr(0, 16) + "\" (expected " +
+        error = path + ": unknown magic " + fbc::quotedBytes(m.substr(0, 16)) + " (expected " +
                 (allowGrey ? "P2, P3, P5 or P6" : "P3 or P6") + ")";
         return false;
       }
     }
   }
   unsigned values[3];
+  const unsigned limits[3] = {fbc::kMaxPictureSide, fbc::kMaxPictureSide, 65535};
   for (int i = 1; i < 4; ++i) {
-    if (!parseNumber(fields[i], values[i - 1])) {
-      error = path + ": " + fieldNames[i] + " \"" + fields[i].substr(0, 16) + "\" is not a number";
+    bool tooLarge = false;
+    if (!parseNumber(fields[i], values[i - 1], tooLarge)) {
+      error = path + ": " + fieldNames[i] + " " + fbc::quotedBytes(fields[i].substr(0, 16)) + " is not a number";
+      return false;
+    }
+    if (tooLarge) {
+      error = path + ": " + fieldNames[i] + " " + fields[i].substr(0, 24) + " is too large (at most " +
+              std::to_string(limits[i - 1]) + ")";
       return false;
     }
   }
@@ -272,12 +285,14 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
         return false;
       }
       unsigned v = 0;
-      if (!parseNumber(token, v)) {
-        error = path + ": sample " + std::to_string(i) + " \"" + token.substr(0, 16) + "\" is not a number";
+      bool tooLarge = false;
+      if (!parseNumber(token, v, tooLarge)) {
+        error = path + ": sample " + std::to_string(i) + " " + fbc::quotedBytes(token.substr(0, 16)) +
+                " is not a number";
         return false;
       }
-      if (v > image.maxval) {
-        error = path + ": sample " + std::to_string(i) + " is " + std::to_string(v) +
+      if (tooLarge || v > image.maxval) {
+        error = path + ": sample " + std::to_string(i) + " is " + (tooLarge ? token.substr(0, 24) : std::to_string(v)) +
                 ", above the maximum value " + std::to_string(image.maxval);
         return false;
       }
@@ -286,8 +301,9 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
     return true;
   }
 
-  // Two bytes per sample only above 256: a maximum of exactly 256 still reads single bytes.
-  const std::size_t bytesPerSample = image.maxval > 256 ? 2 : 1;
+  // Two bytes per sample from 256 up, as the Netpbm format has it (ParsePPMFile_all keeps one
+  // byte at 256).
+  const std::size_t bytesPerSample = image.maxval > 255 ? 2 : 1;
   const std::size_t need = n * bytesPerSample;
   const std::size_t avail = bytes.size() - cur.pos;
   if (avail < need) {
@@ -477,6 +493,24 @@ bool checkPictureSize(const std::string& path, long long width, long long height
 
 bool parsePnm(const std::string& path, bool allowGrey, PnmImage& image, std::string& error) {
   return parsePnmImpl(path, allowGrey, image, error);
+}
+
+std::string quotedBytes(const std::string& bytes) {
+  std::string out = "\"";
+  for (const char c : bytes) {
+    const auto b = static_cast<unsigned char>(c);
+    if (b == '"' || b == '\\') {
+      out += '\\';
+      out += c;
+    } else if (b >= 0x20 && b < 0x7F) {
+      out += c;
+    } else {
+      const char octal[] = {'\\', static_cast<char>('0' + (b >> 6)), static_cast<char>('0' + ((b >> 3) & 7)),
+                            static_cast<char>('0' + (b & 7)), '\0'};
+      out += octal;
+    }
+  }
+  return out + "\"";
 }
 
 std::uint16_t scalePnmSample(unsigned value, unsigned maxval, int bits) {

@@ -59,8 +59,13 @@ struct PnmImage {
 // Reads P3/P6 (and P2/P5 when allowGrey) without ever exiting or reading past the data. A
 // truncated file, a bad magic, a non-numeric field, an absurd size, a maximum outside 1..65535 or
 // a sample above the maximum is reported as one line naming the file. Binary samples take two
-// bytes (most significant first) when the maximum is above 256.
+// bytes (most significant first) when the maximum is 256 or more, as in every Netpbm file; the
+// specified ParsePPMFile_all reads a maximum of exactly 256 one byte per sample.
 bool parsePnm(const std::string& path, bool allowGrey, PnmImage& image, std::string& error);
+
+// Bytes taken from a file, in double quotes and fit for a one-line message: quotes and
+// backslashes escaped, other bytes outside printable ASCII as three-digit octal ("\227M").
+std::string quotedBytes(const std::string& bytes);
 
 // The readers' scaling to `bits` bits: value * 2^bits / (maxval + 1) in single precision,
 // truncated toward zero and kept to 16 bits. Defined for every input, absurd ones included.

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <random>
 #include <system_error>
 
 #include "image/ParsePPM.h"
@@ -213,26 +215,106 @@ RgbImage sideBySide(const RgbImage& left, const RgbImage& right, int gap) {
   return out;
 }
 
-bool writeFileAtomically(const std::string& path, const void* data, std::size_t size, std::string& error) {
-  const std::string temp = path + ".part";
-  std::FILE* fp = std::fopen(temp.c_str(), "wb");
-  if (fp == nullptr) {
-    error = path + ": cannot create file (" + std::strerror(errno) + ")";
+namespace {
+
+namespace fs = std::filesystem;
+
+// The file a name stands for: the name itself, or the end of its chain of symbolic links (the
+// end need not exist yet). A loop of links is left to the open that follows to report.
+fs::path followLinks(const fs::path& name) {
+  fs::path at = name;
+  for (int hops = 0; hops < 40; ++hops) {
+    std::error_code ec;
+    if (!fs::is_symlink(fs::symlink_status(at, ec))) return at;
+    const fs::path next = fs::read_symlink(at, ec);
+    if (ec) return at;
+    at = next.is_absolute() ? next : at.parent_path() / next;
+  }
+  return at;
+}
+
+// Six letters or digits that no other writer is likely to draw at the same moment; the exclusive
+// open below makes a clash a retry, not a collision.
+std::string uniqueSuffix() {
+  static const char kAlphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+  thread_local std::mt19937_64 gen{(static_cast<std::uint64_t>(std::random_device{}()) << 32) ^
+                                   std::random_device{}()};
+  std::string s(6, 'x');
+  for (char& c : s) c = kAlphabet[gen() % (sizeof kAlphabet - 1)];
+  return s;
+}
+
+}  // namespace
+
+OutputFile::~OutputFile() { discard(); }
+
+void OutputFile::discard() {
+  if (fp_ != nullptr) std::fclose(fp_);
+  fp_ = nullptr;
+  if (!temp_.empty()) std::remove(temp_.c_str());
+  temp_.clear();
+}
+
+bool OutputFile::open(const std::string& path, std::string& error) {
+  discard();
+  path_ = path;
+  const fs::path target = followLinks(path);
+  target_ = target.string();
+  std::error_code ec;
+  const fs::file_status status = fs::status(target, ec);
+  if (fs::is_directory(status)) {
+    error = path + ": cannot create file (Is a directory)";
     return false;
   }
-  const bool written = std::fwrite(data, 1, size, fp) == size;
-  const bool closed = std::fclose(fp) == 0;
-  if (!written || !closed) {
-    error = path + ": write failed (" + std::strerror(errno) + ")";
-    std::remove(temp.c_str());
+  if (fs::exists(status) && !fs::is_regular_file(status)) {
+    fp_ = std::fopen(target_.c_str(), "wb");
+    if (fp_ == nullptr) {
+      error = path + ": cannot open for writing (" + std::strerror(errno) + ")";
+      return false;
+    }
+    return true;
+  }
+  // "x": created here or not at all (EEXIST), so a name another writer drew is never shared.
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    std::string temp = target_ + "." + uniqueSuffix() + ".part";
+    fp_ = std::fopen(temp.c_str(), "wbx");
+    if (fp_ != nullptr) {
+      temp_ = std::move(temp);
+      return true;
+    }
+    if (errno != EEXIST) break;
+  }
+  error = path + ": cannot create file (" + std::strerror(errno) + ")";
+  return false;
+}
+
+bool OutputFile::write(const void* data, std::size_t size, std::string& error) {
+  if (fp_ != nullptr && std::fwrite(data, 1, size, fp_) == size) return true;
+  error = path_ + ": write failed (" + std::strerror(errno) + ")";
+  discard();
+  return false;
+}
+
+bool OutputFile::commit(std::string& error) {
+  const bool closed = fp_ != nullptr && std::fclose(fp_) == 0;
+  fp_ = nullptr;
+  if (!closed) {
+    error = path_ + ": write failed (" + std::strerror(errno) + ")";
+    discard();
     return false;
   }
-  if (std::rename(temp.c_str(), path.c_str()) != 0) {
-    error = path + ": cannot replace file (" + std::strerror(errno) + ")";
-    std::remove(temp.c_str());
+  if (!temp_.empty() && std::rename(temp_.c_str(), target_.c_str()) != 0) {
+    error = path_ + ": cannot replace file (" + std::strerror(errno) + ")";
+    discard();
     return false;
   }
+  temp_.clear();
   return true;
+}
+
+bool writeFileAtomically(const std::string& path, const void* data, std::size_t size, std::string& error) {
+  OutputFile file;
+  return file.open(path, error) && file.write(data, size, error) && file.commit(error);
 }
 
 }  // namespace fbc

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -61,8 +62,35 @@ void heatColour(int value, int maxValue, int rgb[3]);
 // with black rows at the bottom.
 RgbImage sideBySide(const RgbImage& left, const RgbImage& right, int gap);
 
-// Writes the bytes to a temporary file in the same directory and renames it into place, so a
-// failed write never leaves a truncated file under the final name.
+// An output file that appears under its name only once it is complete. A name that is free or
+// holds a regular file is written through a temporary file of a unique name in the same folder
+// ("NAME.XXXXXX.part"), renamed over the name on commit, so concurrent writers never collide and
+// the last complete file wins. A symbolic link is followed: the file it points at is replaced and
+// the link stays. A device or FIFO cannot be replaced and is written directly. An output neither
+// committed nor written directly leaves nothing behind when the object goes.
+class OutputFile {
+ public:
+  OutputFile() = default;
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  bool open(const std::string& path, std::string& error);
+  bool write(const void* data, std::size_t size, std::string& error);
+  bool commit(std::string& error);
+  // The temporary file while open, empty when the output is written directly.
+  const std::string& temporaryPath() const { return temp_; }
+
+ private:
+  void discard();
+  std::string path_;    // the name given, for messages
+  std::string target_;  // the file written: the name, or the end of its chain of links
+  std::string temp_;
+  std::FILE* fp_ = nullptr;
+};
+
+// The whole of `data` through an OutputFile: a failed write never leaves a truncated file under
+// the final name.
 bool writeFileAtomically(const std::string& path, const void* data, std::size_t size, std::string& error);
 inline bool writeFileAtomically(const std::string& path, const std::string& bytes, std::string& error) {
   return writeFileAtomically(path, bytes.data(), bytes.size(), error);

@@ -1,5 +1,6 @@
 #include "tools/cli.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -34,6 +35,12 @@ std::string plural(int n, const char* word) {
 }
 
 std::string systemError() { return std::strerror(errno); }
+
+// After a failed write to standard output, with errno as the write left it.
+[[noreturn]] void standardOutputFailed() {
+  if (errno == EPIPE) throw StandardOutputClosed();
+  failure("standard output: write failed" + (errno != 0 ? " (" + systemError() + ")" : std::string()));
+}
 
 }  // namespace
 
@@ -106,7 +113,7 @@ int runVerbs(const char* command, const char* about, const std::vector<Verb>& ve
       return v.run(std::vector<std::string>(argv.begin() + 1, argv.end()));
     }
   }
-  if (verb == "--help") {
+  if (verb == "--help" || verb == "-h") {
     const char* lead = "usage: ";
     for (const Verb& v : verbs) {
       std::cout << lead << "fbc " << v.spec->name << ' ' << v.spec->synopsis << '\n';
@@ -123,6 +130,10 @@ bool parseArgs(const CommandSpec& cmd, const std::vector<std::string>& argv, Arg
   bool optionsDone = false;
   for (std::size_t i = 0; i < argv.size(); ++i) {
     const std::string& word = argv[i];
+    if (!optionsDone && word == "-h") {
+      printHelp(cmd);
+      return false;
+    }
     if (optionsDone || word.size() < 2 || word.compare(0, 2, "--") != 0) {
       if (!optionsDone && word.size() > 1 && word[0] == '-') {
         usageError("unknown option '" + word + "' (try 'fbc " + cmd.name + " --help')");
@@ -181,7 +192,7 @@ void printHelp(const CommandSpec& cmd) {
     for (std::size_t pad = left.size(); pad < 18; ++pad) std::cout << ' ';
     std::cout << ' ' << o.help << '\n';
   }
-  std::cout << "  --help             show this help\n";
+  std::cout << "  --help, -h         show this help\n";
 }
 
 Size imageSize(const Args& args) {
@@ -211,30 +222,112 @@ std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expec
   return bytes;
 }
 
-void writeFileAtomic(const std::string& path, const void* data, std::size_t size) {
+Output::Output(const std::string& path) : path_(path) {
+  if (path_ == "-") return;
   std::string error;
-  if (!fbc::writeFileAtomically(path, data, size, error)) failure(error);
+  const SignalsHeld held;
+  if (!file_.open(path, error)) failure(error);
+  if (!file_.temporaryPath().empty()) onSignal_.add(file_.temporaryPath(), false);
+}
+
+void Output::write(const void* data, std::size_t size) {
+  if (path_ == "-") {
+    errno = 0;
+    if (!std::cout.write(static_cast<const char*>(data), static_cast<std::streamsize>(size))) {
+      standardOutputFailed();
+    }
+    return;
+  }
+  std::string error;
+  if (!file_.write(data, size, error)) failure(error);
+}
+
+void Output::commit() {
+  std::string error;
+  if (path_ == "-") {
+    flushStandardOutput();
+  } else if (!file_.commit(error)) {
+    failure(error);
+  }
+}
+
+void writeFileAtomic(const std::string& path, const void* data, std::size_t size) {
+  Output out(path);
+  out.write(data, size);
+  out.commit();
+}
+
+void flushStandardOutput() {
+  errno = 0;
+  std::cout.flush();
+  if (std::fflush(stdout) == 0 && std::cout.good() && std::ferror(stdout) == 0) return;
+  standardOutputFailed();
 }
 
 ScratchDir::ScratchDir(const std::string& parent) {
   const std::string base = parent.empty() ? std::filesystem::temp_directory_path().string() : parent;
   std::string pattern = base + "/.fbc-XXXXXX";
+  const SignalsHeld held;
   if (::mkdtemp(pattern.data()) == nullptr) {
     failure(base + ": cannot create files there: " + systemError());
   }
   path_ = pattern;
+  onSignal_.add(path_, true);
 }
 
 ScratchDir::~ScratchDir() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+  onSignal_.release();
+}
+
+void checkOutputDirectory(const std::string& dir) {
+  namespace fs = std::filesystem;
+  fs::path at = dir;
+  std::error_code ec;
+  while (!fs::exists(at, ec) && at.has_relative_path()) {
+    const fs::path parent = at.parent_path();
+    at = parent.empty() ? fs::path(".") : parent;
+  }
+  if (fs::exists(at, ec) && !fs::is_directory(at, ec)) {
+    usageError(at.string() + ": not a directory" + (at == dir ? "" : " (in the way of " + dir + ")"));
+  }
 }
 
 void ensureDirectory(const std::string& dir) {
+  checkOutputDirectory(dir);
   std::error_code ec;
   std::filesystem::create_directories(dir, ec);
   if (ec || !std::filesystem::is_directory(dir)) {
     failure(dir + ": cannot create directory" + (ec ? ": " + ec.message() : ""));
+  }
+}
+
+void refuseOverwritingInputs(const std::vector<std::string>& inputs, const std::vector<std::string>& outputs) {
+  for (const std::string& out : outputs) {
+    struct stat o {};
+    if (out == "-" || ::stat(out.c_str(), &o) != 0) continue;
+    for (const std::string& in : inputs) {
+      struct stat i {};
+      if (::stat(in.c_str(), &i) == 0 && i.st_dev == o.st_dev && i.st_ino == o.st_ino) {
+        usageError(out + ": is the input " + in + "; refusing to overwrite it");
+      }
+    }
+  }
+}
+
+std::vector<std::string> inputFiles(const Args& args, const std::string& in) {
+  std::vector<std::string> files{in};
+  for (const char* option : {"params", "registers"}) {
+    if (args.has(option)) files.push_back(args.value(option));
+  }
+  return files;
+}
+
+void requireEnabled(const Compression1x8& codec) {
+  if (codec.Enable == 0) {
+    usageError("the block is disabled (" + codec.getEnableKey() +
+               "=0): it passes frames through and codes nothing");
   }
 }
 

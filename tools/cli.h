@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "image/Picture.h"
+#include "tools/cleanup.h"
+
 class Compression1x8;
 class Frame;
 
@@ -74,8 +77,9 @@ class Args {
 };
 
 // Parses `argv` (the words after the subcommand name). Accepts "--opt value", "--opt=value"
-// and "--" before positional arguments that start with a dash. On --help prints the help to
-// standard output and returns false: the command then ends with kExitOk. Throws a usage Error
+// and "--" before positional arguments that start with a dash; "-" alone is an argument. On
+// --help or -h prints the help to standard output and returns false: the command then ends
+// with kExitOk. Throws a usage Error
 // for an unknown option, a missing value, a repeated option or a wrong argument count.
 bool parseArgs(const CommandSpec& cmd, const std::vector<std::string>& argv, Args& args);
 void printHelp(const CommandSpec& cmd);
@@ -118,8 +122,26 @@ inline int paddedWidth(int width) { return (width + 7) & ~7; }
 std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expected,
                                     const std::string& layout);
 
-// fbc::writeFileAtomically (a temporary file beside `path`, renamed into place; on failure
-// `path` is left as it was), its failure turned into the tool's error with exit status 1.
+// One output file of the tool through fbc::OutputFile (complete or absent, links followed,
+// devices written directly), its temporary file removed should a signal end the run; "-" is
+// standard output. Opened before the work that fills it, a place that cannot take the file
+// fails at once. A failure is the tool's error with exit status 1.
+class Output {
+ public:
+  explicit Output(const std::string& path);
+  void write(const void* data, std::size_t size);
+  void write(const std::vector<unsigned char>& bytes) { write(bytes.data(), bytes.size()); }
+  void write(const std::string& bytes) { write(bytes.data(), bytes.size()); }
+  // Puts the complete file in place. An Output that goes without it leaves nothing.
+  void commit();
+
+ private:
+  std::string path_;
+  RemovedOnSignal onSignal_;  // released after file_ has removed an uncommitted temporary
+  OutputFile file_;
+};
+
+// The same in one call.
 void writeFileAtomic(const std::string& path, const void* data, std::size_t size);
 inline void writeFileAtomic(const std::string& path, const std::vector<unsigned char>& bytes) {
   writeFileAtomic(path, bytes.data(), bytes.size());
@@ -128,12 +150,28 @@ inline void writeFileAtomic(const std::string& path, const std::string& bytes) {
   writeFileAtomic(path, bytes.data(), bytes.size());
 }
 
+// Standard output was closed by its reader (a pipe into `head`): the run ends quietly with
+// status 0, every file already written complete. Thrown by flushStandardOutput.
+struct StandardOutputClosed {};
+// Flushes standard output; a reader gone is StandardOutputClosed, any other failure an Error.
+void flushStandardOutput();
+
+// Checks, before any work, that `dir` can become an output directory: it is one, or the nearest
+// of its parents that exists is one. A file in the way is a usage Error.
+void checkOutputDirectory(const std::string& dir);
+
 // Creates `dir` and its parents when missing.
 void ensureDirectory(const std::string& dir);
 
+// An output that is the same file as one of the inputs (same device and inode, by any path or
+// link) is a usage Error, raised before anything is read. Names that do not exist yet pass.
+void refuseOverwritingInputs(const std::vector<std::string>& inputs, const std::vector<std::string>& outputs);
+// The files a coding command reads: the picture or frame `in`, --params and --registers.
+std::vector<std::string> inputFiles(const Args& args, const std::string& in);
+
 // A private directory inside `parent` (the system's temporary directory when empty), removed
-// with everything in it when the object goes. Files made there are renamed into place only
-// once complete.
+// with everything in it when the object goes, or by a signal that ends the run. Files made
+// there are renamed into place only once complete.
 class ScratchDir {
  public:
   explicit ScratchDir(const std::string& parent = "");
@@ -145,6 +183,7 @@ class ScratchDir {
 
  private:
   std::string path_;
+  RemovedOnSignal onSignal_;
 };
 
 // The input pictures readInputImage takes, for the help of the commands that read one.
@@ -153,7 +192,9 @@ class ScratchDir {
   "(W x H little-endian 16-bit words: plain samples 0..4095, or by --raw-mode 0 nibble-\n"      \
   "rotated, 1 upper 12 bits, 2 byte-swapped upper 12 bits, 3 as stored, 4 packed 10-bit).\n"  \
   "Pictures are scaled to 12 bits and take their size from their header; --width and\n"      \
-  "--height are then optional and must agree with it."
+  "--height are then optional and must agree with it. A picture holds at most 2^28 samples\n"  \
+  "and 65536 on a side: 2^28 pixels of a .pgm or .raw, a third as many of a .ppm (three\n"      \
+  "samples per pixel)."
 
 // Fails with an input Error unless `path` opens and is a regular file.
 void checkInputFile(const std::string& path);
@@ -181,5 +222,9 @@ extern const OptionSpec kOptRegisters;
 // register map of --registers (the built-in one when absent). Any problem of the map, the file
 // or an override is a usage Error listing every message (tools/codec_config.cpp).
 void configureCodec(Compression1x8& codec, const Args& args);
+
+// A disabled block (reg_fbc_en=0) passes frames through and codes nothing: a usage Error for the
+// commands whose output would be a coded frame or a report of one.
+void requireEnabled(const Compression1x8& codec);
 
 }  // namespace fbc::cli

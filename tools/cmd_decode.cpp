@@ -17,7 +17,9 @@ const CommandSpec kSpec{
     "The decoded values, each the 12-bit value times 16, go to OUT by its extension:\n"
     "  .raw  W x H little-endian 16-bit values\n"
     "  .pgm  a 16-bit grey picture of the values\n"
-    "  .ppm  a 16-bit colour picture: the values as a Bayer mosaic of --cfa, demosaiced",
+    "  .ppm  a 16-bit colour picture: the values as a Bayer mosaic of --cfa, demosaiced\n"
+    "  -     standard output, as .raw\n"
+    "A disabled block (reg_fbc_en=0) decodes nothing and is refused.",
     {kOptWidth, kOptHeight, kOptCfa, kOptParams, kOptSet, kOptRegisters},
     2,
     2};
@@ -30,37 +32,41 @@ int runDecode(const Words& argv) {
   const Size size = imageSize(args);
   const int cfa = cfaOption(args);
   const std::string& outPath = args.positional()[1];
-  const std::string type = pictureExtension(outPath);
+  const std::string type = outPath == "-" ? ".raw" : pictureExtension(outPath);
   if (type != ".raw" && type != ".pgm" && type != ".ppm") {
     usageError(outPath + ": unknown output type \"" + type + "\" (expected .raw, .pgm or .ppm)");
   }
+  refuseOverwritingInputs(inputFiles(args, args.positional()[0]), {outPath});
+  Compression1x8 codec("FBC", false);
+  configureCodec(codec, args);
+  requireEnabled(codec);
+  Output out(outPath);
   const int rowBytes = paddedWidth(size.width);
   const std::vector<unsigned char> bytes =
       readFile(args.positional()[0], static_cast<std::uint64_t>(rowBytes) * size.height,
                std::to_string(size.height) + " rows of " + std::to_string(rowBytes) + " bytes");
 
-  Compression1x8 codec("FBC", false);
-  configureCodec(codec, args);
   Frame compressed(rowBytes, size.height, Frame::CS_RAW, 8);
   for (std::size_t i = 0; i < bytes.size(); ++i) compressed.data[i] = bytes[i];
   Frame decoded(size.width, size.height, Frame::CS_RAW, 16);
   codec.DecompressFrame(compressed, decoded, 0);
 
   if (type == ".pgm") {
-    writeFileAtomic(outPath, pgmBytes(decoded, 65535));
+    out.write(pgmBytes(decoded, 65535));
   } else if (type == ".ppm") {
     // The filters run on the 16-bit values, so the picture keeps their full precision.
     RgbImage picture{decoded.width, decoded.height, {}};
     demosaicToRGB(decoded, cfa, picture.rgb);
-    writeFileAtomic(outPath, ppmBytes(picture, 65535));
+    out.write(ppmBytes(picture, 65535));
   } else {
-    std::vector<unsigned char> out(decoded.size() * 2);
+    std::vector<unsigned char> bytes16(decoded.size() * 2);
     for (std::size_t i = 0; i < decoded.size(); ++i) {
-      out[2 * i] = static_cast<unsigned char>(decoded.data[i] & 0xFF);
-      out[2 * i + 1] = static_cast<unsigned char>(decoded.data[i] >> 8);
+      bytes16[2 * i] = static_cast<unsigned char>(decoded.data[i] & 0xFF);
+      bytes16[2 * i + 1] = static_cast<unsigned char>(decoded.data[i] >> 8);
     }
-    writeFileAtomic(outPath, out);
+    out.write(bytes16);
   }
+  out.commit();
   return kExitOk;
 }
 

@@ -142,10 +142,12 @@ int runDemo(const Words& argv) {
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
   const std::string dir = args.has("out") ? args.value("out") : "fbc-demo";
   if (dir.empty()) usageError("--out: empty directory name");
+  checkOutputDirectory(dir);
 
-  const Frame chart = makeDemoChart();
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
+  requireEnabled(codec);
+  const Frame chart = makeDemoChart();
   const RoundTrip rt = runRoundTrip(codec, chart, 0);
   printReport(std::cout, "test chart", chart, rt);
   ensureDirectory(dir);

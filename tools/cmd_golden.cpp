@@ -7,6 +7,7 @@
 #include <iostream>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "codec/Compression1x8.h"
 #include "image/Frame.h"
@@ -26,8 +27,10 @@ const CommandSpec kSpec{
     "golden reference files of the frame into DIR (created if missing), e.g. for frame 7:\n"
     "fbc_golden_ref_com_input_0007.txt, fbc_com_input_0007.raw, fbc_golden_ref_com_0007.txt,\n"
     "fbc_golden_ref_dec_input_0007.txt and fbc_golden_ref_dec_0007.txt. Registers as in 'fbc encode'; a parameter file that\n"
-    "disables the block (reg_fbc_en=0) writes no golden files.\n\n" FBC_INPUT_PICTURE_HELP,
-    {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, kOptFrameIndex, {"outdir", "DIR", "directory for the golden files"},
+    "disables the block (reg_fbc_en=0) writes no golden files and says so on standard error.\n\n" FBC_INPUT_PICTURE_HELP,
+    {kOptWidth, kOptHeight, kOptCfa, kOptRawMode,
+     {"frame-index", "N", "frame number, 0 or more; required: it names the files"},
+     {"outdir", "DIR", "directory for the golden files"},
      kOptParams, kOptSet, kOptRegisters},
     1,
     1};
@@ -42,17 +45,28 @@ int runGolden(const Words& argv) {
   const int frameIndex = frameIndexOption(args);
   const fs::path dir = args.value("outdir");
   if (dir.empty()) usageError("--outdir: empty directory name");
-  const Frame image = readInputImage(args.positional()[0], args);
 
   Compression1x8 codec("FBC", false);
+  char index[16];
+  std::snprintf(index, sizeof index, "%0*d", 4, frameIndex);
+  const std::string stem = codec.getNameLower();
+  const std::string names[] = {
+      stem + "_golden_ref_com_input_" + index + ".txt", stem + "_com_input_" + index + ".raw",
+      stem + "_golden_ref_com_" + index + ".txt", stem + "_golden_ref_dec_input_" + index + ".txt",
+      stem + "_golden_ref_dec_" + index + ".txt"};
+  std::vector<std::string> outputs;
+  for (const std::string& name : names) outputs.push_back((dir / name).string());
+  refuseOverwritingInputs(inputFiles(args, args.positional()[0]), outputs);
+  checkOutputDirectory(dir.string());
   configureCodec(codec, args);
-  ensureDirectory(dir.string());
+  const Frame image = readInputImage(args.positional()[0], args);
   if (codec.Enable == 0) {
     // A disabled block passes the frame through untouched: there is nothing to check a
     // hardware implementation against, so no golden file is written.
-    std::cout << "block disabled (" << codec.getEnableKey() << "=0): no golden files written\n";
+    std::cerr << "fbc golden: block disabled (" << codec.getEnableKey() << "=0): no golden files written\n";
     return kExitOk;
   }
+  ensureDirectory(dir.string());
   // The block writes its files straight into its output directory; that directory is a private
   // one inside DIR, removed again whatever happens, so DIR only ever receives complete files.
   const ScratchDir scratchDir(dir.string());
@@ -62,13 +76,6 @@ int runGolden(const Words& argv) {
   Frame decoded(image.width, image.height, Frame::CS_RAW, 16);
   codec.compressDecompressFrame(image, decoded, cfa, frameIndex);
 
-  char index[16];
-  std::snprintf(index, sizeof index, "%0*d", 4, frameIndex);
-  const std::string stem = codec.getNameLower();
-  const std::string names[] = {
-      stem + "_golden_ref_com_input_" + index + ".txt", stem + "_com_input_" + index + ".raw",
-      stem + "_golden_ref_com_" + index + ".txt", stem + "_golden_ref_dec_input_" + index + ".txt",
-      stem + "_golden_ref_dec_" + index + ".txt"};
   for (const std::string& name : names) {
     if (!fs::is_regular_file(scratch / name)) failure((dir / name).string() + ": not written");
   }

@@ -20,7 +20,8 @@ const CommandSpec kSpec{
     "error and the throughput. With --out, also writes into DIR the input (input.pgm), the\n"
     "decoded image (decoded.pgm), a mode map (modes.ppm), an error map (errors.ppm: the\n"
     "absolute error of each pixel as heat) and, for Bayer input (a .ppm, or any input with\n"
-    "--cfa), the demosaiced input and decoded pictures side by side (compare.ppm).\n\n" FBC_INPUT_PICTURE_HELP,
+    "--cfa), the demosaiced input and decoded pictures side by side (compare.ppm). A disabled\n"
+    "block (reg_fbc_en=0) codes nothing and is refused.\n\n" FBC_INPUT_PICTURE_HELP,
     {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, {"out", "DIR", "directory for the pictures"}, kOptParams,
      kOptSet, kOptRegisters},
     1,
@@ -34,11 +35,16 @@ int runRoundtrip(const Words& argv) {
   const int cfa = cfaOption(args);
   if (args.has("out") && args.value("out").empty()) usageError("--out: empty directory name");
   const std::string& path = args.positional()[0];
-  const Frame image = readInputImage(path, args);
   const bool bayer = pictureExtension(path) == ".ppm" || args.has("cfa");
-
+  if (args.has("out")) {
+    refuseOverwritingInputs(inputFiles(args, path), picturePaths(args.value("out"), "input.pgm", bayer ? cfa : kNotBayer));
+    checkOutputDirectory(args.value("out"));
+  }
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
+  requireEnabled(codec);
+  const Frame image = readInputImage(path, args);
+
   const RoundTrip rt = runRoundTrip(codec, image, cfa);
   printReport(std::cout, path, image, rt);
   if (args.has("out")) {

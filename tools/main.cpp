@@ -30,27 +30,39 @@ const Command kCommands[] = {
     {"params", "show, write, check or draw parameter files of the block", runParams},
     {"regs", "the register address/value list of a parameter file", runRegs},
     {"random", "generate random regression tests: parameters, input and golden files", runRandom},
+    {"trace", "why the model codes a block as it does: costs, rule, mode, code, fields", runTrace},
+    {"compare", "compare two golden sets; the first difference by block, field and trace", runCompare},
+    {"fingerprint", "SHA-256 digests of decoding and re-encoding a fixed stream of codes", runFingerprint},
+    {"report", "one self-contained HTML page: pictures, mode and error maps, traces", runReport},
+    {"cover", "a small directed suite of tests that together hit every reachable cover point", runCover},
 };
 
 void printUsage(std::ostream& os) {
   os << "usage: fbc <command> [options] [arguments]\n"
-        "       fbc <command> --help\n"
+        "       fbc <command> --help    (or -h, or fbc help <command>)\n"
         "       fbc --version\n\n"
         "Bit-exact model of a 1x8 frame-buffer compression block: every block of eight 12-bit\n"
         "pixels is coded into 64 bits by one of eleven modes.\n\ncommands:\n";
   for (const Command& c : kCommands) {
     std::string name = c.name;
-    name.resize(11, ' ');
+    name.resize(std::max<std::size_t>(name.size() + 1, 11), ' ');
     os << "  " << name << c.summary << '\n';
   }
-  os << "\nExit status: 0 success, 2 bad usage or bad input, 1 any other failure.\n";
+  os << "\nExit status: 0 success, 2 bad usage or bad input, 1 any other failure. A standard output\n"
+        "closed by its reader ends a run quietly with status 0.\n";
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string first = argc > 1 ? argv[1] : "";
-  if (first == "--help" || first == "-h" || first == "help") {
+  installSignalCleanup();
+  std::string first = argc > 1 ? argv[1] : "";
+  Words words(argv + std::min(argc, 2), argv + argc);
+  if (first == "help" && argc > 2) {
+    // "fbc help CMD" is "fbc CMD --help".
+    first = argv[2];
+    words = {"--help"};
+  } else if (first == "--help" || first == "-h" || first == "help") {
     printUsage(std::cout);
     return kExitOk;
   }
@@ -60,9 +72,13 @@ int main(int argc, char** argv) {
   }
   for (const Command& c : kCommands) {
     if (first != c.name) continue;
-    const Words words(argv + 2, argv + argc);
     try {
-      return c.run(words);
+      const int status = c.run(words);
+      flushStandardOutput();
+      return status;
+    } catch (const StandardOutputClosed&) {
+      // The reader of standard output is gone (`| head`): nothing more to say to anyone.
+      return kExitOk;
     } catch (const Error& e) {
       // An error may list several problems, one per line; each line names the command.
       const std::string message = e.what();

@@ -74,6 +74,8 @@ std::string joinPath(const std::string& dir, const std::string& name) {
 
 }  // namespace
 
+const unsigned char* modeColour(int mode) { return kModeColours[mode].rgb; }
+
 RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa) {
   RoundTrip rt;
   const auto encodeStart = std::chrono::steady_clock::now();
@@ -139,16 +141,27 @@ void printReport(std::ostream& os, const std::string& what, const Frame& image, 
   os << line;
 }
 
+std::vector<std::string> picturePaths(const std::string& dir, const std::string& inputName, int cfa) {
+  std::vector<std::string> paths;
+  for (const std::string& name : {inputName, std::string("decoded.pgm"), std::string("modes.ppm"),
+                                  std::string("errors.ppm"), std::string("compare.ppm")}) {
+    paths.push_back(joinPath(dir, name));
+  }
+  if (cfa < 0 || cfa > 3) paths.pop_back();
+  return paths;
+}
+
 void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
                    const Frame& image, const RoundTrip& rt, int cfa) {
   constexpr int kMax12 = 4095;
   constexpr int kComparisonGap = 8;  // black columns between the two pictures
-  const std::string inputPath = joinPath(dir, inputName);
-  const std::string decodedPath = joinPath(dir, "decoded.pgm");
-  const std::string modesPath = joinPath(dir, "modes.ppm");
-  const std::string errorsPath = joinPath(dir, "errors.ppm");
-  const std::string comparePath = joinPath(dir, "compare.ppm");
-  const bool bayer = cfa >= 0 && cfa <= 3;
+  const std::vector<std::string> paths = picturePaths(dir, inputName, cfa);
+  const std::string& inputPath = paths[0];
+  const std::string& decodedPath = paths[1];
+  const std::string& modesPath = paths[2];
+  const std::string& errorsPath = paths[3];
+  const bool bayer = paths.size() == 5;
+  const std::string comparePath = bayer ? paths[4] : std::string();
   writeFileAtomic(inputPath, pgmBytes(image, kMax12));
   writeFileAtomic(decodedPath, pgmBytes(rt.decoded, kMax12));
   writeFileAtomic(modesPath, ppmBytes(modeMap(image.width, image.height, rt.blockModes), 255));

@@ -30,6 +30,9 @@ RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa);
 // encode and decode throughput.
 void printReport(std::ostream& os, const std::string& what, const Frame& image, const RoundTrip& rt);
 
+// The mode map's colour of a mode (RGB).
+const unsigned char* modeColour(int mode);
+
 // Bayer layout argument of writePictures for input that is not a colour mosaic.
 constexpr int kNotBayer = -1;
 
@@ -37,6 +40,8 @@ constexpr int kNotBayer = -1;
 // per mode), DIR/errors.ppm (the absolute error per pixel on a heat scale whose top is the
 // largest error) and, when `cfa` is a Bayer layout 0..3, DIR/compare.ppm (input and decoded
 // picture demosaiced, side by side). Prints the file names and how to read the maps.
+// The files writePictures writes, in its order.
+std::vector<std::string> picturePaths(const std::string& dir, const std::string& inputName, int cfa);
 void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
                    const Frame& image, const RoundTrip& rt, int cfa);
 

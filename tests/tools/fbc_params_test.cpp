@@ -360,7 +360,7 @@ TEST(Params, UsageErrors) {
   EXPECT_EQ(r.err, "fbc params: missing required option --seed\n");
   // One reading of --seed for every command.
   for (const char* cmd : {"params random --seed 0x1g out.ini", "random --count 1 --outdir t --seed -1",
-                          "selftest --seed 12x"}) {
+                          "selftest --seed 12x", "fingerprint --seed 0x", "cover --out c --seed 1e3"}) {
     r = runFbc(dir, cmd);
     EXPECT_EQ(r.status, 2) << cmd;
     EXPECT_NE(r.err.find(": --seed: '"), std::string::npos) << r.err;
