@@ -226,7 +226,7 @@ void loadRegisters(Compression1x8& codec, RegisterTable& regs, const std::string
   resetCodec(codec);
   if (!paramsPath.empty()) throwProblems(paramsPath, loadParamFile(codec, regs, paramsPath));
   for (const std::string& keyValue : overrides) {
-    throwProblems("--set " + keyValue, applyOverride(codec, regs, keyValue));
+    throwProblems("--set " + printable(keyValue), applyOverride(codec, regs, keyValue));
   }
 }
 

@@ -124,6 +124,8 @@ const BadFile kBadFiles[] = {
      "fbc encode: p.ini: parameter \"FBC/reg_fbc_en\" belongs in section [Enable]\n"},
     {"NonAsciiKey", kEncode, "[FBC]\nreg_tr_ext_\xe9n=1\n",
      "fbc encode: p.ini: unknown parameter \"FBC/reg_tr_ext_\\xe9n\" (nearest name: reg_tr_ext_en)\n"},
+    {"SetNonAsciiKey", "encode --width 8 --height 1 --set \"$(printf 'reg_tr_ext_\\351n=1')\" in.raw out.bin", "",
+     "fbc encode: --set reg_tr_ext_\\xe9n=1: unknown parameter \"reg_tr_ext_\\xe9n\" (nearest name: reg_tr_ext_en)\n"},
     // Lines the INI readers would pass over in silence: the first one, with its line, and nothing else.
     {"ByteOrderMark", kEncode, "\xEF\xBB\xBF[Enable]\nreg_fbc_en=0\n[FBC]\n",
      "fbc encode: p.ini:1: UTF-8 byte order mark at the start (the readers would not see the first line)\n"},
