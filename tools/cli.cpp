@@ -109,7 +109,7 @@ int runVerbs(const char* command, const char* about, const std::vector<Verb>& ve
   const std::string verb = argv.empty() ? "" : argv[0];
   const std::string prefix = std::string(command) + " ";
   for (const Verb& v : verbs) {
-    if (verb == v.spec->name + prefix.size()) {
+    if (v.spec->name == prefix + verb) {
       return v.run(std::vector<std::string>(argv.begin() + 1, argv.end()));
     }
   }
