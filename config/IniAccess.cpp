@@ -526,7 +526,7 @@ float ini_getf(const char* section, const char* key, float defValue, const char*
 }
 
 int ini_getbool(const char* section, const char* key, int defValue, const char* filename) {
-    char text[2];
+    char text[2] = "";
     ini_gets(section, key, "", text, sizeof text, filename);
     switch (text[0]) {
     case '1': case 'Y': case 'y': case 'T': case 't':

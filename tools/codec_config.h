@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "config/IniFileIO.h"
+#include "config/IniText.h"
 
 class Compression1x8;
-class IniFileIO;
 class RegisterTable;
 
 namespace fbc::cli {
@@ -73,31 +73,15 @@ std::string renderParams(Compression1x8& codec, RegisterTable& regs);
 // The same text written atomically to `path`.
 void writeParamFile(Compression1x8& codec, RegisterTable& regs, const std::string& path);
 
-// A problem of a text at a line (1-based); an empty reason means none.
-struct TextProblem {
-  int line = 0;
-  std::string reason;
-};
-
-// The first reason a text cannot be read by line-based readers: a NUL or other control byte
-// (tab, CR and LF are text), or a line longer than `maxLine` bytes without its terminator
-// (0: any length), which the INI reader would cut short in silence.
-TextProblem checkText(const std::string& text, std::size_t maxLine);
-
-// The first line whose value the INI readers would drop in silence: a UTF-8 byte order mark
-// (it hides the first line), a line that is neither a section, a key nor a comment, a key before
-// the first section, a section not in `sections` (names compared exactly, as IniFileIO does), a
-// section given twice (the readers see only the first) or a key given twice in a section (the
-// readers take the first; keys compare without case).
-TextProblem checkIniStructure(const std::string& text, const std::vector<std::string>& sections);
+using fbc::checkIniStructure;
+using fbc::checkText;
+using fbc::checkTextFile;
+using fbc::printable;
+using fbc::TextProblem;
 
 // The INI file at `path`, read once into memory after checkText and checkIniStructure; any
 // problem is an input Error "FILE: reason" or "FILE:LINE: reason".
 IniFileIO readIniFile(const std::string& path, const std::vector<std::string>& sections);
-
-// The bytes with every one outside printable ASCII written as \xNN, for echoing a file's or a
-// command line's text in a message.
-std::string printable(const std::string& bytes);
 
 // Problems as one error text, each line "<object>: <problem>" (the dispatcher prefixes every
 // line with the command); throws a usage Error when there is any.
@@ -107,10 +91,6 @@ void throwProblems(const std::string& object, const std::vector<std::string>& pr
 // the first of equally close ones.
 std::string nearestName(const std::string& word, const std::vector<std::string>& candidates);
 
-// A comma-separated list of integers, each decimal with an optional minus sign or "0x"
-// hexadecimal (also "0X" when `upperHex`), blanks around elements allowed. False on anything
-// else, with `error` naming the first offending element.
-bool parseIntegerList(const std::string& text, bool upperHex, std::vector<long long>& values,
-                      std::string& error);
+using fbc::parseIntegerList;
 
 }  // namespace fbc::cli
