@@ -64,6 +64,29 @@ struct TParamInfo {
     std::vector<TRegEntity> regs;
 };
 
+// One problem a parameter operation found, as data: the parameter, the kind of problem and, for a
+// value out of range, the element, the value and the range. The operations that collect texts
+// append paramProblemText of each; a tool can read the fields instead of the sentence.
+struct ParamProblem {
+    enum class Kind {
+        NotInTable,   // the register table has no entry for the name
+        NotInIni,     // the INI file has no such key; the variable kept its value
+        OutOfRange,   // value (element `element`) is outside minVal..maxVal; it stays stored
+        ArrayLength,  // the array read gave fewer than `count` elements; the variable is unchanged
+    };
+    Kind kind = Kind::NotInTable;
+    std::pair<std::string, std::string> name;  // section, key
+    int element = 0;
+    int value = 0;
+    int minVal = 0;
+    int maxVal = 0;
+    int count = 1;  // elements bound
+};
+
+// The block's own message for a problem, e.g.
+// Parameter "FBC/reg_tr_ext_en" is out of range! 5 is not in [0, 1]!
+std::string paramProblemText(const ParamProblem& problem);
+
 // Replaces bits dstHi..dstLo of reg by the low bits of value's bits srcHi..srcLo.
 void setBits(int value, int srcHi, int srcLo, int& reg, int dstHi, int dstLo);
 
@@ -139,6 +162,9 @@ public:
               int count);
     void setDefaultParam(RegisterTable& regs);
     bool loadParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::string>& errors);
+    // loadParam and checkParam reporting their problems as data, in the order of their messages.
+    bool loadParamReport(IniFileIO& ini, RegisterTable& regs, std::vector<ParamProblem>& problems);
+    bool checkParamReport(RegisterTable& regs, std::vector<ParamProblem>& problems);
     bool randomParam(RegisterTable& regs, bool useRandomRange, std::vector<std::string>& errors);
     const TParamInfo* getParamInfo(RegisterTable& regs, void* var,
                                    std::vector<std::string>& errors);
