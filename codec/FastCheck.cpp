@@ -273,7 +273,7 @@ std::string checkByteMoves(const CodecVariant& v, const SelfTestOptions& o) {
 // frames, 16-bit samples, code bytes with the row stride of the compressed frame and of the raw
 // decoder), on whichever path the drivers take (the vector variant, or the reference itself under
 // FBC_FORCE_SCALAR).
-std::string checkThreadedFrames(const SelfTestOptions& o) {
+std::string checkThreadedFrames(const SelfTestOptions& o, long long& blocks) {
     const long long cases = std::max(1LL, o.count / 20);
     for (long long cs = 0; cs < cases; ++cs) {
         Rng g(o.seed ^ (0xA0761D6478BD642FULL * static_cast<std::uint64_t>(cs + 1)));
@@ -358,6 +358,7 @@ std::string checkThreadedFrames(const SelfTestOptions& o) {
         codec.DecompressFrame(raw.data(), gotPx.data(), width, height, 0);
         for (std::size_t i = 0; i < pixels; ++i)
             if (gotPx[i] != wantPx[i]) return differs("decode (raw rows)", i, width);
+        blocks += static_cast<long long>(padded / 8) * height;
     }
     return "";
 }
@@ -479,7 +480,7 @@ SelfTestResult runSelfTest(const SelfTestOptions& o, const std::vector<CodecVari
     const std::string threads = std::string("threads[") + (active ? active->name : "scalar") + "]";
     if (wanted(threads)) {
         res.checks.push_back(threads);
-        const std::string r = checkThreadedFrames(o);
+        const std::string r = checkThreadedFrames(o, res.blocks);
         if (!r.empty()) {
             res.ok = false;
             res.report = threads + " differs from one thread: seed 0x" + hexSeed(o.seed) + ", " + r + "\n";
