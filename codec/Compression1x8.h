@@ -165,11 +165,11 @@ public:
     // Decodes rows [rowBegin, rowEnd) of such a buffer; the whole-buffer call is one range.
     void decompressRows(const unsigned char* in, unsigned short* out, int width, int rowBegin,
                         int rowEnd);
-    // Splits rows [0, rows) into one contiguous range per thread, at most Threads threads and
-    // one per row, and runs work(codec, rowBegin, rowEnd) for each: the caller's thread takes
-    // the first range with this codec, every other thread a copy of it. An instrumented codec
+    // Runs work(codec, rowBegin, rowEnd) over runs of rows covering [0, rows) once, on at most
+    // Threads threads and one per row: the caller's thread with this codec, every other thread
+    // with a copy of it, each taking the next run when done with one. An instrumented codec
     // keeps every row on the caller's thread. Returns once all are done; the first exception
-    // of any range is rethrown.
+    // of any run is rethrown.
     void splitRows(int rows, const std::function<void(Compression1x8&, int, int)>& work);
     // The compression driver on 16-bit samples, without golden files: `height` rows of `width`
     // samples at `in` into rows of (width + 7) & ~7 code bytes at `out`, each block's code

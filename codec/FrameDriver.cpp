@@ -3,6 +3,7 @@
 // (12-bit value in the top bits), and write the golden reference files a hardware
 // implementation is checked against.
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -307,29 +308,32 @@ void Compression1x8::DecompressFrame(const unsigned char* in, int inStride, unsi
 void Compression1x8::splitRows(int rows, const std::function<void(Compression1x8&, int, int)>& work) {
     // Rows are independent once the registers are fixed; the copies keep the per-block working
     // state apart. An instrumented codec records into one trace and one coverage table.
-    Compression1x8& codec = *this;
     const int n = instrumented() ? 1 : std::max(1, std::min(Threads, rows));
-    if (n == 1) return work(codec, 0, rows);
-    const auto first = [&](int i) { return static_cast<int>(static_cast<long long>(rows) * i / n); };
+    if (n == 1) return work(*this, 0, rows);
+    // The rows go in runs of about an eighth of a thread's share, each taken by whichever thread
+    // is free next: a thread the system holds back leaves its runs to the others.
+    const int run = std::max(1, rows / (8 * n));
+    std::atomic<int> next{0};
     std::vector<std::unique_ptr<Compression1x8>> copies;
-    for (int i = 1; i < n; ++i) copies.push_back(std::make_unique<Compression1x8>(codec));
+    for (int i = 1; i < n; ++i) copies.push_back(std::make_unique<Compression1x8>(*this));
     std::vector<std::exception_ptr> errors(static_cast<std::size_t>(n));
-    const auto run = [&](int i) {
+    const auto drain = [&](int i) {
+        Compression1x8& codec = i == 0 ? *this : *copies[static_cast<std::size_t>(i - 1)];
         try {
-            work(i == 0 ? codec : *copies[static_cast<std::size_t>(i - 1)], first(i), first(i + 1));
+            for (int begin = next.fetch_add(run); begin < rows; begin = next.fetch_add(run))
+                work(codec, begin, std::min(rows, begin + run));
         } catch (...) {
             errors[static_cast<std::size_t>(i)] = std::current_exception();
+            next.store(rows);  // the others stop at their next run
         }
     };
     std::vector<std::thread> threads;
-    int started = 1;
     try {
-        for (; started < n; ++started) threads.emplace_back(run, started);
+        for (int i = 1; i < n; ++i) threads.emplace_back(drain, i);
     } catch (const std::system_error&) {
-        // No more threads to be had: the caller's thread codes the ranges left over.
+        // No more threads to be had: those started and the caller's share the rows.
     }
-    run(0);
-    for (int i = started; i < n; ++i) run(i);
+    drain(0);
     for (std::thread& t : threads) t.join();
     for (const std::exception_ptr& e : errors)
         if (e) std::rethrow_exception(e);
