@@ -78,14 +78,7 @@ void Compression1x8::CalculateEdgeSAD(int member, const int* p) {
     r.Dir = head.range < tail.range ? 1 : 0;
 
     const auto qualifies = [&](int range) { return range <= l.rangeLimit && range <= reg_edge_diffmin_th; };
-    if (!qualifies(head.range) && !qualifies(tail.range)) {
-        fbc::cover(coverage, fbc::kCoverEdge2Ineligible + member - 2);
-        return;
-    }
-    if (coverage) {
-        fbc::cover(coverage, fbc::kCoverEdge2Eligible + member - 2);
-        fbc::cover(coverage, r.Dir ? fbc::kCoverEdgeHeadGroup : fbc::kCoverEdgeTailGroup);
-    }
+    if (!qualifies(head.range) && !qualifies(tail.range)) return;
 
     const Group& g = r.Dir ? head : tail;
     const int shift = stepShift(l, std::min(head.range, tail.range));
@@ -131,16 +124,20 @@ fbc::BlockCode Compression1x8::encodeEdge(int member, const int* p) const {
     return c;
 }
 
-void Compression1x8::decodeEdge(int member, fbc::BlockCode code, int* out) const {
+namespace {
+
+// kCount instantiates the decoder's counting of cover points.
+template <bool kCount>
+void decodeEdgeWith(const Compression1x8& c, int member, fbc::BlockCode code, int* out) {
     const EdgeLayout& l = layoutOf(member);
-    fbc::Coverage* const cov = coverage;
+    fbc::Coverage* const cov = c.coverage;
     const int dir = static_cast<int>(fbc::getField(code, l.dirBit, 1));
     const int shift = static_cast<int>(fbc::getField(code, l.dirBit + 1, 2));
     const int base = static_cast<int>(fbc::getField(code, baseLo(l), baseBits(l))) << l.baseDrop;
     for (int j = 0; j < l.n; ++j) {
         const int q = static_cast<int>(fbc::getField(code, j * l.indexBits, l.indexBits));
         out[pixelAt(dir, j)] = std::min((q << shift) + base, 4095);
-        if (cov && (q << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecEdgeClamp4095);
+        if (kCount && (q << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecEdgeClamp4095);
     }
     int lo = baseLo(l) + baseBits(l);
     for (int j = l.n; j < 8; ++j) {
@@ -148,13 +145,22 @@ void Compression1x8::decodeEdge(int member, fbc::BlockCode code, int* out) const
         const int drop = 12 - bits;
         const int t = static_cast<int>(fbc::getField(code, lo, bits));
         lo += bits;
-        out[pixelAt(dir, j)] = untruncate(t, drop);
-        if (cov) {
-            fbc::cover(cov, truncationOffset(t, drop) != 0 ? fbc::kCoverDecEdgeMid
-                            : reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecEdgeBottom
-                                                           : fbc::kCoverDecEdgeZero);
+        out[pixelAt(dir, j)] = c.untruncate(t, drop);
+        if (kCount) {
+            fbc::cover(cov, c.truncationOffset(t, drop) != 0   ? fbc::kCoverDecEdgeMid
+                            : c.reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecEdgeBottom
+                                                             : fbc::kCoverDecEdgeZero);
         }
     }
+}
+
+}  // namespace
+
+void Compression1x8::decodeEdge(int member, fbc::BlockCode code, int* out) const {
+    if (coverage)
+        decodeEdgeWith<true>(*this, member, code, out);
+    else
+        decodeEdgeWith<false>(*this, member, code, out);
 }
 
 int fbc::layout::edgeFields(int member, BlockCode, CodeField* f) {

@@ -30,8 +30,9 @@ inline void butterfly8(int* v) {
     }
 }
 
-// The decoder's reconstruction from the coded fields; the cost function runs it too.
-// `cov` counts the decoder's clamps.
+// The decoder's reconstruction from the coded fields; the cost function runs it too. kCount
+// instantiates the decoder's clamp counting.
+template <bool kCount>
 inline void reconstruct(int shift, int dc, const int* coef, int* out, fbc::Coverage* cov = nullptr) {
     int v[8];
     v[0] = dc * 8;
@@ -39,7 +40,8 @@ inline void reconstruct(int shift, int dc, const int* coef, int* out, fbc::Cover
     butterfly8(v);
     for (int i = 0; i < 8; ++i) {
         out[i] = std::clamp(v[i] >> 3, 0, 4095);
-        if (cov && out[i] != v[i] >> 3) fbc::cover(cov, out[i] == 0 ? fbc::kCoverDecHadamardClamp0 : fbc::kCoverDecHadamardClamp4095);
+        if (kCount && out[i] != v[i] >> 3)
+            fbc::cover(cov, out[i] == 0 ? fbc::kCoverDecHadamardClamp0 : fbc::kCoverDecHadamardClamp4095);
     }
 }
 
@@ -65,7 +67,6 @@ void Compression1x8::CalculateHadama(const int* p) {
         }
     }
     HadamaShift = s;
-    fbc::cover(coverage, fbc::kCoverHadamardShift0 + s);
     HadamaDC = std::min(t[0] + 4, 32767) >> 3;
     const int rounding = 1 << (7 - s);
     const int positiveCap = 16383 >> s;  // keeps a positive term from coding as +64
@@ -79,7 +80,7 @@ void Compression1x8::CalculateHadama(const int* p) {
         HadamaCoef[j - 1] = v >> (8 - s);
     }
     int r[8];
-    reconstruct(s, HadamaDC, HadamaCoef, r);
+    reconstruct<false>(s, HadamaDC, HadamaCoef, r);
     fbc::ErrorTally err;
     for (int i = 0; i < 8; ++i) err.add(std::abs(p[i] - r[i]));
     HadamaSAD = err.sad;
@@ -96,8 +97,12 @@ fbc::BlockCode Compression1x8::encodeHadama() const {
 void Compression1x8::decodeHadama(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
     int coef[7];
     for (int j = 1; j < 8; ++j) coef[j - 1] = fbc::getSignedField(code, kL.acLo[j - 1], kL.acBits);
-    reconstruct(static_cast<int>(fbc::getField(code, kL.shiftLo, kL.shiftBits)),
-                static_cast<int>(fbc::getField(code, kL.dcLo, kL.dcBits)), coef, out, cov);
+    const int shift = static_cast<int>(fbc::getField(code, kL.shiftLo, kL.shiftBits));
+    const int dc = static_cast<int>(fbc::getField(code, kL.dcLo, kL.dcBits));
+    if (cov)
+        reconstruct<true>(shift, dc, coef, out, cov);
+    else
+        reconstruct<false>(shift, dc, coef, out);
 }
 
 int fbc::layout::hadamardFields(BlockCode, CodeField* f) {

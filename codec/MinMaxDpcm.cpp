@@ -96,7 +96,6 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
     DPCMShift = std::min(s0, maxShift);
     DPCMStep = 1 << DPCMShift;
     DPCMRounder = dpcmRounder(DPCMShift);
-    if (dpcmRounderRow() == 1) fbc::cover(coverage, fbc::kCoverDpcmSwingRow);
 
     if (reg_dpcm_pmin_lsb_update_en != 0) {
         // Move the base's low bits towards the block's average low bits.
@@ -124,11 +123,7 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
 
     for (int i = 0; i < 8; ++i) Diffmin[i] = std::min((p[i] - DPCMBase + DPCMRounder) / DPCMStep, 63);
 
-    if ((64 << maxShift) <= range) {  // range too wide: DPCM cannot code the block
-        fbc::cover(coverage, fbc::kCoverDpcmNotApplicable);
-        return;
-    }
-    fbc::cover(coverage, fbc::kCoverDpcmShift0 + DPCMShift);
+    if ((64 << maxShift) <= range) return;  // range too wide: DPCM cannot code the block
 
     if (Diffmin[Pminpos] != 0) {
         // The hardware's invariant: the minimum pixel codes 0 and is never transmitted.
@@ -156,7 +151,11 @@ fbc::BlockCode Compression1x8::encodeDPCM() const {
     return c;
 }
 
-void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
+namespace {
+
+// kCount instantiates the decoder's clamp counting.
+template <bool kCount>
+void decodeDpcm(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
     const int shift = static_cast<int>(fbc::getField(code, kDpcm.shiftLo, kDpcm.shiftBits));
     const int pos = static_cast<int>(fbc::getField(code, kDpcm.posLo, kDpcm.posBits));
     const int base = static_cast<int>(fbc::getField(code, kDpcm.baseLo, kDpcm.baseBits));
@@ -168,8 +167,17 @@ void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* co
             lo += kDpcm.diffBits;
         }
         out[i] = std::min((d << shift) + base, 4095);
-        if (cov && (d << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecDpcmClamp4095);
+        if (kCount && (d << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecDpcmClamp4095);
     }
+}
+
+}  // namespace
+
+void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
+    if (cov)
+        decodeDpcm<true>(code, out, cov);
+    else
+        decodeDpcm<false>(code, out, nullptr);
 }
 
 int fbc::layout::minMaxFields(BlockCode, CodeField* f) {

@@ -58,20 +58,15 @@ void Compression1x8::Encode_modeselect() {
     const int nonEdge = std::min({c[kModeHadamard], c[kModeMinMax], c[kModeDpcm], c[kModeTruncate]});
     const int edgeBest = *std::min_element(c + kModeEdge2, c + kModeEdge7 + 1);
     const auto matches = [&](int m, int cost) { return reg_mode_en[m] != 0 && c[m] == cost; };
-    // How many of `modes` are enabled at `cost` (for coverage of the tie orders only).
-    const auto count = [&](const auto& modes, int cost) {
-        int n = 0;
-        for (int m : modes) n += matches(m, cost) ? 1 : 0;
-        return n;
-    };
 
     int mode = kModeTruncate;
     int winner = kModeTruncate;
+    int target = nonEdge;
     int rule;
     if (reg_compress_edgefisrt_enable != 1) {
         // Any value other than 0 and 1 leaves the edge minimum out: an edge member then wins only
         // when it ties with the best non-edge cost.
-        const int target = reg_compress_edgefisrt_enable == 0 ? std::min(nonEdge, edgeBest) : nonEdge;
+        if (reg_compress_edgefisrt_enable == 0) target = std::min(nonEdge, edgeBest);
         rule = kRulePlainFallback;
         for (int m : kPlainOrder) {
             if (matches(m, target)) {
@@ -80,9 +75,6 @@ void Compression1x8::Encode_modeselect() {
                 break;
             }
         }
-        if (coverage && rule != kRulePlainFallback &&
-            count(kPlainOrder, target) + (matches(kModeTruncate, target) ? 1 : 0) > 1)
-            cover(coverage, kCoverTiePlain);
     } else {
         for (int m : kNonEdgeOrder) {
             if (matches(m, nonEdge)) {
@@ -90,13 +82,9 @@ void Compression1x8::Encode_modeselect() {
                 break;
             }
         }
-        if (coverage && winner != kModeTruncate &&
-            count(kNonEdgeOrder, nonEdge) + (matches(kModeTruncate, nonEdge) ? 1 : 0) > 1)
-            cover(coverage, kCoverTieNonEdgeWinner);
         mode = winner;
         // A Truncate winner never shields the block from edge coding.
         const bool keepWinner = winner != kModeTruncate && nonEdge <= reg_compress_edgefisrt_finalth;
-        if (winner == kModeTruncate) cover(coverage, kCoverTruncateWinnerTriesEdges);
         if (keepWinner) {
             rule = kRuleKeptUnderFinal;
         } else if (edgeBest <= reg_compress_edgemin_th) {
@@ -116,19 +104,33 @@ void Compression1x8::Encode_modeselect() {
                 }
                 cover(coverage, kCoverEdgeMemberBalanced);
             }
-            if (coverage && count(kEdgeOrder, edgeBest) > 1) cover(coverage, kCoverTieEdgeMembers);
         } else {
             rule = kRuleEdgeAboveMin;
         }
     }
-    cover(coverage, kCoverRulePlain + rule);
 
-    if (reg_curve_mode_en != 0) {
-        SelectedMode = kModeCurve;
-        cover(coverage, kCoverCurveForced);
-    } else {
-        SelectedMode = remapMode(mode);
-        if (coverage && SelectedMode != mode) {
+    SelectedMode = reg_curve_mode_en != 0 ? static_cast<int>(kModeCurve) : remapMode(mode);
+    if (!instrumented()) return;
+
+    if (coverage) {
+        // How many of `modes` are enabled at `cost`, Truncate counted with them when asked.
+        const auto count = [&](const auto& modes, int cost, bool truncate = true) {
+            int n = truncate && matches(kModeTruncate, cost) ? 1 : 0;
+            for (int m : modes) n += matches(m, cost) ? 1 : 0;
+            return n;
+        };
+        cover(coverage, kCoverRulePlain + rule);
+        if ((rule == kRulePlain || rule == kRulePlainNonEdge) && count(kPlainOrder, target) > 1)
+            cover(coverage, kCoverTiePlain);
+        if (reg_compress_edgefisrt_enable == 1) {
+            if (winner == kModeTruncate) cover(coverage, kCoverTruncateWinnerTriesEdges);
+            else if (count(kNonEdgeOrder, nonEdge) > 1) cover(coverage, kCoverTieNonEdgeWinner);
+        }
+        if ((rule == kRuleEdgeTaken || rule == kRuleEdgeBalanced) && count(kEdgeOrder, edgeBest, false) > 1)
+            cover(coverage, kCoverTieEdgeMembers);
+        if (reg_curve_mode_en != 0) {
+            cover(coverage, kCoverCurveForced);
+        } else if (SelectedMode != mode) {
             cover(coverage, kRemapPoint[mode]);
             if (SelectedMode < 0 || SelectedMode >= kModeCount) cover(coverage, kCoverRemapUnknown);
         }
@@ -179,7 +181,22 @@ BlockCode Compression1x8::encodeBlock(const int* pixels, bool parity) {
 
 void Compression1x8::record(const int* p, bool parity, BlockCode code) {
     const int encoder = encoderOf(SelectedMode);
-    cover(coverage, kCoverModeHadamard + encoder);
+    if (coverage) {
+        // What the cost functions found, read from their results: an ineligible edge member and
+        // an inapplicable DPCM leave a sum of 32767, which no coded block reaches (8 x 4095).
+        cover(coverage, kCoverModeHadamard + encoder);
+        cover(coverage, kCoverHadamardShift0 + HadamaShift);
+        for (int k = 0; k < 6; ++k) {
+            if (Edge[k].SAD == kNoSad) {
+                cover(coverage, kCoverEdge2Ineligible + k);
+            } else {
+                cover(coverage, kCoverEdge2Eligible + k);
+                cover(coverage, Edge[k].Dir ? kCoverEdgeHeadGroup : kCoverEdgeTailGroup);
+            }
+        }
+        cover(coverage, DPCMSAD == kNoSad ? kCoverDpcmNotApplicable : kCoverDpcmShift0 + DPCMShift);
+        if (dpcmRounderRow() == 1) cover(coverage, kCoverDpcmSwingRow);
+    }
     if (!trace) return;
     BlockTrace& t = *trace;
     std::copy(p, p + 8, t.pixels);
@@ -194,6 +211,11 @@ void Compression1x8::record(const int* p, bool parity, BlockCode code) {
         t.sad[m] = sads[m];
         t.maxerr[m] = modeCost(m);
         t.enabled[m] = reg_mode_en[m] != 0;
+    }
+    for (int k = 0; k < 6; ++k) {
+        t.edgeHeadRange[k] = Edge[k].HeadRange;
+        t.edgeTailRange[k] = Edge[k].TailRange;
+        t.edgeDir[k] = Edge[k].Dir;
     }
     t.encoder = encoder;
     t.code = code;

@@ -38,6 +38,10 @@ struct BlockTrace {
   int sad[kModeCount] = {};
   int maxerr[kModeCount] = {};
   bool enabled[kModeCount] = {};  // reg_mode_en
+  // Edge members' candidate groups (index member - 2): ranges and the group chosen (1: head).
+  int edgeHeadRange[6] = {};
+  int edgeTailRange[6] = {};
+  int edgeDir[6] = {};
   // Selection.
   int nonEdgeBest = 0;    // N: best enabled cost among Hadamard, MinMax, DPCM, Truncate
   int edgeBest = 0;       // E: best enabled edge cost

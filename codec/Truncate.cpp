@@ -72,24 +72,36 @@ fbc::BlockCode Compression1x8::encodeTruncate(const int* p, bool parity) const {
     return c;
 }
 
-void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
+namespace {
+
+// kCount instantiates the decoder's counting of cover points.
+template <bool kCount>
+void decodeTruncateWith(const Compression1x8& c, fbc::BlockCode code, int* out) {
     // The decoder takes the extension from its own register, not from the bits.
     const int sel = static_cast<int>(fbc::getField(code, kL.selBit, 1));
-    fbc::Coverage* const cov = coverage;
     for (int i = 0; i < 8; ++i) {
         int t = static_cast<int>(fbc::getField(code, kL.fieldLo[i], kL.fieldBits));
         int drop = kCoarseDrop;
-        if (truncationFine(i, sel)) {
+        if (c.truncationFine(i, sel)) {
             t = 2 * t + static_cast<int>(fbc::getField(code, kL.extBit[i >> 1], 1));
             --drop;
         }
-        out[i] = untruncate(t, drop);
-        if (cov) {
-            fbc::cover(cov, truncationOffset(t, drop) != 0 ? fbc::kCoverDecTruncMid
-                            : reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecTruncBottom
-                                                           : fbc::kCoverDecTruncZero);
+        out[i] = c.untruncate(t, drop);
+        if (kCount) {
+            fbc::cover(c.coverage, c.truncationOffset(t, drop) != 0   ? fbc::kCoverDecTruncMid
+                                   : c.reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecTruncBottom
+                                                                    : fbc::kCoverDecTruncZero);
         }
     }
+}
+
+}  // namespace
+
+void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
+    if (coverage)
+        decodeTruncateWith<true>(*this, code, out);
+    else
+        decodeTruncateWith<false>(*this, code, out);
 }
 
 int fbc::layout::truncateFields(BlockCode, CodeField* f) {

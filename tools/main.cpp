@@ -30,6 +30,10 @@ const Command kCommands[] = {
     {"params", "show, write, check or draw parameter files of the block", runParams},
     {"regs", "the register address/value list of a parameter file", runRegs},
     {"random", "generate random regression tests: parameters, input and golden files", runRandom},
+    {"trace", "why the model codes a block as it does: costs, rule, mode, code, fields", runTrace},
+    {"compare", "compare two golden sets; the first difference by block, field and trace", runCompare},
+    {"fingerprint", "SHA-256 digests of decoding and re-encoding a fixed stream of codes", runFingerprint},
+    {"report", "one self-contained HTML page: pictures, mode and error maps, traces", runReport},
     {"cover", "a small directed suite of tests that together hit every reachable cover point", runCover},
 };
 
@@ -41,7 +45,7 @@ void printUsage(std::ostream& os) {
         "pixels is coded into 64 bits by one of eleven modes.\n\ncommands:\n";
   for (const Command& c : kCommands) {
     std::string name = c.name;
-    name.resize(11, ' ');
+    name.resize(std::max<std::size_t>(name.size() + 1, 11), ' ');
     os << "  " << name << c.summary << '\n';
   }
   os << "\nExit status: 0 success, 2 bad usage or bad input, 1 any other failure. A standard output\n"

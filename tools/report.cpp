@@ -74,6 +74,8 @@ std::string joinPath(const std::string& dir, const std::string& name) {
 
 }  // namespace
 
+const unsigned char* modeColour(int mode) { return kModeColours[mode].rgb; }
+
 RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa) {
   RoundTrip rt;
   const auto encodeStart = std::chrono::steady_clock::now();

@@ -30,6 +30,9 @@ RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa);
 // encode and decode throughput.
 void printReport(std::ostream& os, const std::string& what, const Frame& image, const RoundTrip& rt);
 
+// The mode map's colour of a mode (RGB).
+const unsigned char* modeColour(int mode);
+
 // Bayer layout argument of writePictures for input that is not a colour mosaic.
 constexpr int kNotBayer = -1;
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "codec_fixture.h"
+#include "image/Frame.h"
 
 using namespace fbc;
 
@@ -128,6 +129,32 @@ TEST_F(Instrumented, TraceOfAFlatBlock) {
   EXPECT_EQ(t.sad[kModeTruncate], 96);
   EXPECT_FALSE(t.hasCost[kModeCurve]);
   for (int i = 0; i < 8; ++i) EXPECT_EQ(t.decoded[i], 100);
+}
+
+}  // namespace
+
+namespace {
+
+// Attached coverage sends the frame drivers down the reference path: the same frames, and one
+// mode point per block coded.
+TEST(InstrumentedFrames, SameFramesAndOneModePerBlock) {
+  Compression1x8 plain("FBC", false), counted("FBC", false);
+  for (Compression1x8* c : {&plain, &counted}) {
+    c->setSWinit();
+    c->setEnable(true);
+  }
+  fbc::Coverage cov;
+  counted.coverage = &cov;
+  Frame in(37, 5, Frame::CS_RAW, 12);
+  for (std::size_t i = 0; i < in.size(); ++i)
+    in.data[i] = static_cast<int>((i * 2654435761u) >> 20) & 4095;
+  Frame a(37, 5, Frame::CS_RAW, 16), b(37, 5, Frame::CS_RAW, 16);
+  plain.compressDecompressFrame(in, a, 1, 0);
+  counted.compressDecompressFrame(in, b, 1, 0);
+  EXPECT_TRUE(std::equal(a.data, a.data + a.size(), b.data));
+  std::uint64_t modes = 0;
+  for (int m = 0; m < kModeCount; ++m) modes += cov.hits[kCoverModeHadamard + m];
+  EXPECT_EQ(modes, 5u * 5u);  // 5 rows of 5 blocks, the last one short
 }
 
 }  // namespace
