@@ -25,6 +25,7 @@
 #include "config/IniFileIO.h"
 #include "image/Frame.h"
 #include "image/Picture.h"
+#include "image/Png.h"
 #include "tools/cli.h"
 #include "tools/codec_config.h"
 #include "tools/commands.h"
@@ -44,7 +45,7 @@ const CommandSpec kSpec{
     "       fbc random report DIR [--count N]\n"
     "       fbc random check DIR [--fbc-like CMD]",
     "Generates N random regression tests into DIR/test_0000 ... Each test draws the block's\n"
-    "parameters and an input picture (a random crop of a .ppm or .pgm picture from --images,\n"
+    "parameters and an input picture (a random crop of a .png, .ppm or .pgm picture from --images,\n"
     "else a generated one), runs the block on it for every frame at golden-dump level 1 and\n"
     "holds params.ini, input.raw, the golden files of each frame and run.sh, the 'fbc golden'\n"
     "command that writes the same golden files again. A disabled block passes frames through\n"
@@ -73,7 +74,7 @@ const CommandSpec kSpec{
      {"shard", "K/N", "write only the tests whose index i has i mod N = K"},
      {"coverage", nullptr, "write each test's cover-point counts to coverage.json"},
      {"settings", "FILE.ini", "generator settings, section [GlobalControl]"},
-     {"images", "DIR", "pictures (.ppm, .pgm) to crop inputs from"},
+     {"images", "DIR", "pictures (.png, .ppm, .pgm) to crop inputs from"},
      kOptRegisters},
     0,
     0};
@@ -161,7 +162,7 @@ Settings readSettings(const std::string& path) {
   return s;
 }
 
-// The pictures of --images: .ppm and .pgm files, in name order so that draws are reproducible.
+// The pictures of --images: .png, .ppm and .pgm files, in name order so that draws are reproducible.
 std::vector<std::string> listPictures(const std::string& dir) {
   std::error_code ec;
   if (!fs::is_directory(dir, ec)) inputError(dir + ": not a directory");
@@ -169,10 +170,10 @@ std::vector<std::string> listPictures(const std::string& dir) {
   for (const auto& entry : fs::directory_iterator(dir, ec)) {
     std::string ext = entry.path().extension().string();
     std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-    if ((ext == ".ppm" || ext == ".pgm") && entry.is_regular_file(ec)) pictures.push_back(entry.path().string());
+    if ((ext == ".png" || ext == ".ppm" || ext == ".pgm") && entry.is_regular_file(ec)) pictures.push_back(entry.path().string());
   }
   if (ec) inputError(dir + ": cannot list: " + ec.message());
-  if (pictures.empty()) inputError(dir + ": no .ppm or .pgm pictures");
+  if (pictures.empty()) inputError(dir + ": no .png, .ppm or .pgm pictures");
   std::sort(pictures.begin(), pictures.end());
   return pictures;
 }
@@ -451,7 +452,7 @@ int runRandom(const Words& argv) {
         options.cfa = t.cfa;
         Frame picture;
         std::string error;
-        if (!loadPicture(path, options, picture, error)) inputError(error);
+        if (!loadPictureOrPng(path, options, picture, error)) inputError(error);
         it = loaded.emplace(std::make_pair(path, t.cfa), std::move(picture)).first;
       }
       const Frame& picture = it->second;

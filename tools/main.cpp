@@ -20,11 +20,11 @@ struct Command {
 
 // To add a subcommand: one file defining its run function, one line here, one in CMakeLists.txt.
 const Command kCommands[] = {
-    {"encode", "compress a picture (.raw, .pgm, .ppm) into a frame of 64-bit block codes", runEncode},
+    {"encode", "compress a picture (.png, .pgm, .ppm, .raw) into a frame of 64-bit block codes", runEncode},
     {"decode", "decompress a frame of block codes into 16-bit samples", runDecode},
     {"golden", "write the five golden reference files of one frame", runGolden},
     {"demo", "round-trip a built-in test chart and report modes, error and speed", runDemo},
-    {"roundtrip", "the demo's report for your own picture (.raw, .pgm, .ppm)", runRoundtrip},
+    {"roundtrip", "the demo's report for your own picture (.png, .pgm, .ppm, .raw)", runRoundtrip},
     {"bench", "time encode and decode of a 4K frame on one thread", runBench},
     {"selftest", "compare every fast-path variant with the scalar reference", runSelftest},
     {"params", "show, write, check or draw parameter files of the block", runParams},

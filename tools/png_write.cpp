@@ -1,49 +1,20 @@
-// PNG encoding with libpng into memory, base64 and gzip with zlib.
+// PNG pictures in memory (the tool's one PNG writer, image/Png.h), base64 and gzip with zlib.
 #include "tools/png_write.h"
 
-#include <png.h>
 #include <zlib.h>
 
+#include <cstdint>
+
+#include "image/Png.h"
 #include "tools/cli.h"
 
 namespace fbc::cli {
 
-namespace {
-
-void appendBytes(png_structp png, png_bytep data, png_size_t n) {
-  auto* out = static_cast<std::vector<unsigned char>*>(png_get_io_ptr(png));
-  out->insert(out->end(), data, data + n);
-}
-
-void noFlush(png_structp) {}
-
-}  // namespace
-
 std::vector<unsigned char> encodePng(int width, int height, int channels,
                                      const std::vector<unsigned char>& samples) {
-  std::vector<unsigned char> out;
-  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png ? png_create_info_struct(png) : nullptr;
-  if (!info) {
-    png_destroy_write_struct(&png, nullptr);
-    failure("PNG: out of memory");
-  }
-  std::vector<png_bytep> rows(static_cast<std::size_t>(height));
-  for (int y = 0; y < height; ++y)
-    rows[static_cast<std::size_t>(y)] =
-        const_cast<png_bytep>(samples.data() + static_cast<std::size_t>(y) * width * channels);
-  if (setjmp(png_jmpbuf(png))) {
-    png_destroy_write_struct(&png, &info);
-    failure("PNG: encoding failed");
-  }
-  png_set_write_fn(png, &out, appendBytes, noFlush);
-  png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
-               channels == 1 ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
-               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  png_set_rows(png, info, rows.data());
-  png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
-  png_destroy_write_struct(&png, &info);
-  return out;
+  const PngImage image{width, height, channels, 8, std::vector<std::uint16_t>(samples.begin(), samples.end())};
+  const std::string bytes = pngBytes(image, 8);
+  return std::vector<unsigned char>(bytes.begin(), bytes.end());
 }
 
 std::string base64(const std::vector<unsigned char>& bytes) {

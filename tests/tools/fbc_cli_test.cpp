@@ -89,7 +89,7 @@ const ErrorCase kErrorCases[] = {
      "fbc encode: option --width given twice\n"},
     {"GoldenWithoutFrameIndex", "golden --width 12 --height 3 --outdir g in.raw",
      "fbc golden: missing required option --frame-index\n"},
-    {"DemoArgument", "demo extra", "fbc demo: expected 0 arguments, got 1 (usage: fbc demo [--out DIR])\n"},
+    {"DemoArgument", "demo extra", "fbc demo: expected 0 arguments, got 1 (usage: fbc demo [--out DIR] [--format png|pnm])\n"},
     {"UnknownCommand", "compress in.raw", "fbc: unknown command 'compress' (try 'fbc --help')\n"},
     {"NoCommand", "", "fbc: missing command (try 'fbc --help')\n"},
 };
@@ -179,7 +179,7 @@ TEST(Cli, HelpOnEveryLevelGoesToStandardOutput) {
 TEST(Cli, RoundtripReport) {
   const TempDir dir;
   writeBytes(dir.file("in.raw"), raw16({7, 7, 7, 7, 7, 7, 7, 7, 100, 100, 100, 100, 3000, 3000, 3000, 3000}));
-  const Outcome r = runFbc(dir, "roundtrip --width 8 --height 2 in.raw --out pics");
+  const Outcome r = runFbc(dir, "roundtrip --width 8 --height 2 in.raw --out pics --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string report = r.out.substr(0, r.out.find("throughput:"));
   EXPECT_EQ(report,
@@ -210,7 +210,7 @@ TEST(Cli, RoundtripReport) {
 
 TEST(Cli, DemoMakesEverySelectableModeWin) {
   const TempDir dir;
-  const Outcome r = runFbc(dir, "demo --out chart");
+  const Outcome r = runFbc(dir, "demo --out chart --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   for (const char* mode : {" 0 Hadamard ", " 2 MinMax ", " 3 DPCM ", " 4 Truncate ", " 5 Edge2 ", " 6 Edge3 ",
                            " 7 Edge4 ", " 8 Edge5 ", " 9 Edge6 ", "10 Edge7 "}) {

@@ -78,12 +78,13 @@ const ErrorCase kErrorCases[] = {
     {"RawModeOnPicture", "encode --raw-mode 1 in.ppm out.bin",
      "fbc encode: --raw-mode applies to .raw input only, not in.ppm\n"},
     {"UnknownInputType", "encode in.bmp out.bin",
-     "fbc encode: in.bmp: unknown picture type \".bmp\" (expected .ppm, .pgm or .raw)\n"},
+     "fbc encode: in.bmp: unknown picture type \".bmp\" (expected .png, .ppm, .pgm or .raw)\n"},
     {"MissingPicture", "encode nothere.ppm out.bin", "fbc encode: nothere.ppm: cannot open: No such file or directory\n"},
-    {"UnknownOutputType", "decode --width 8 --height 1 in.bin out.png",
-     "fbc decode: out.png: unknown output type \".png\" (expected .raw, .pgm or .ppm)\n"},
+    {"UnknownOutputType", "decode --width 8 --height 1 in.bin out.tif",
+     "fbc decode: out.tif: unknown output type \".tif\" (expected .raw, .png, .pgm or .ppm)\n"},
     {"OutputWithoutType", "decode --width 8 --height 1 in.bin out",
-     "fbc decode: out: unknown output type \"\" (expected .raw, .pgm or .ppm)\n"},
+     "fbc decode: out: unknown output type \"\" (expected .raw, .png, .pgm or .ppm)\n"},
+    {"UnknownPictureFormat", "demo --format tiff", "fbc demo: --format: 'tiff' is not png or pnm\n"},
 };
 INSTANTIATE_TEST_SUITE_P(Fbc, PictureError, ::testing::ValuesIn(kErrorCases),
                          [](const auto& test) { return std::string(test.param.name); });
@@ -208,7 +209,7 @@ TEST(RoundtripPictures, ExactInputGivesABlackErrorMapAndNoComparisonForGrey) {
   std::string body;
   for (int i = 0; i < 32; ++i) body += "18 ";  // 18 * 16 = 0x120, flat blocks coded exactly
   writeBytes(dir.file("in.pgm"), "P2\n16 2\n255\n" + body);
-  const Outcome r = runFbc(dir, "roundtrip in.pgm --out pics");
+  const Outcome r = runFbc(dir, "roundtrip in.pgm --out pics --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(listDir(dir.file("pics")),
             (std::set<std::string>{"input.pgm", "decoded.pgm", "modes.ppm", "errors.ppm"}));
@@ -226,7 +227,7 @@ TEST(RoundtripPictures, ErrorMapAndComparisonOfBayerInput) {
     rgb.push_back(static_cast<int>((state >> 8) & 0xFFF));
   }
   writeBytes(dir.file("noise.ppm"), "P6\n16 4\n4095\n" + be16(rgb));
-  const Outcome r = runFbc(dir, "roundtrip noise.ppm --cfa 1 --out pics");
+  const Outcome r = runFbc(dir, "roundtrip noise.ppm --cfa 1 --out pics --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   const std::size_t at = r.out.find("largest absolute error ");
   ASSERT_NE(at, std::string::npos) << r.out;
@@ -254,17 +255,17 @@ TEST(RoundtripPictures, ErrorMapAndComparisonOfBayerInput) {
 TEST(RoundtripPictures, RawInputIsBayerOnlyWithCfa) {
   const TempDir dir;
   writeBytes(dir.file("in.raw"), std::string(8 * 2 * 2, '\x01'));
-  Outcome r = runFbc(dir, "roundtrip --width 8 --height 2 in.raw --out grey");
+  Outcome r = runFbc(dir, "roundtrip --width 8 --height 2 in.raw --out grey --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_FALSE(fs::exists(dir.file("grey/compare.ppm")));
-  r = runFbc(dir, "roundtrip --width 8 --height 2 --cfa 0 in.raw --out bayer");
+  r = runFbc(dir, "roundtrip --width 8 --height 2 --cfa 0 in.raw --out bayer --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(fs::exists(dir.file("bayer/compare.ppm")));
 }
 
 TEST(RoundtripPictures, DemoWritesTheErrorMap) {
   const TempDir dir;
-  const Outcome r = runFbc(dir, "demo --out chart");
+  const Outcome r = runFbc(dir, "demo --out chart --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(readBytes(dir.file("chart/errors.ppm")).size(), 15 + 640u * 480 * 3);  // "P6\n640 480\n255\n"
   EXPECT_FALSE(fs::exists(dir.file("chart/compare.ppm")));
@@ -277,7 +278,7 @@ TEST(RoundtripPictures, RealPhotograph) {
     GTEST_SKIP() << "libjxl-testdata is not installed (" << photo << " is missing)";
   }
   const TempDir dir;
-  const Outcome r = runFbc(dir, "roundtrip '" + photo + "' --out pics");
+  const Outcome r = runFbc(dir, "roundtrip '" + photo + "' --out pics --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out.rfind(photo + ": 510x532, 271320 pixels in 34048 blocks of 1x8\n", 0), 0u) << r.out;
   EXPECT_EQ(readBytes(dir.file("pics/errors.ppm")).size(), 15 + 510u * 532 * 3);   // "P6\n510 532\n255\n"

@@ -58,7 +58,7 @@ TEST(Random, EveryTestRerunsThroughGolden) {
     EXPECT_NE(script.find("\"${FBC:-fbc}\" golden --params params.ini --width "), std::string::npos);
     EXPECT_NE(script.find(" --frame-index 1 --outdir \"$out\" input.raw\n"), std::string::npos);
 
-    const std::string cmd = "FBC='" FBC_BINARY_DIR "/fbc' sh '" + testDir + "/run.sh' '" + dir.file("rerun") +
+    const std::string cmd = "FBC='" FBC_TOOL "' sh '" + testDir + "/run.sh' '" + dir.file("rerun") +
                             "' >/dev/null";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     std::set<std::string> golden;
@@ -83,7 +83,7 @@ TEST(Random, DisabledBlockWritesNoGoldenFiles) {
   EXPECT_EQ(listTree(dir.file("t")),
             (std::set<std::string>{"test_0000/params.ini", "test_0000/input.raw", "test_0000/run.sh"}));
   EXPECT_NE(readBytes(dir.file("t/test_0000/params.ini")).find("[Enable]\nreg_fbc_en=0\n"), std::string::npos);
-  const std::string cmd = "FBC='" FBC_BINARY_DIR "/fbc' sh '" + dir.file("t/test_0000/run.sh") + "' '" +
+  const std::string cmd = "FBC='" FBC_TOOL "' sh '" + dir.file("t/test_0000/run.sh") + "' '" +
                           dir.file("rerun") + "' 2>'" + dir.file("err") + "'";
   ASSERT_EQ(std::system(cmd.c_str()), 0);
   EXPECT_EQ(readBytes(dir.file("err")), "fbc golden: block disabled (reg_fbc_en=0): no golden files written\n");

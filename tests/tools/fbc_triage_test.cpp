@@ -36,11 +36,11 @@ TEST(FbcTrace, EveryBlockOfTheDemoChartAgreesWithEncodeAndDecode) {
   for (const std::string regs : {"",
                                  "--cfa 1 --set reg_tr_ext_en=1 --set reg_comp_de_tr_round_zero=1 "
                                  "--set reg_compress_edgefisrt_enable=0"}) {
-    ASSERT_EQ(runFbc(dir, "encode " + regs + " demo/chart.pgm chart.bin").status, 0);
+    ASSERT_EQ(runFbc(dir, "encode " + regs + " demo/chart.png chart.bin").status, 0);
     ASSERT_EQ(
         runFbc(dir, "decode " + regs + " --width 640 --height 480 chart.bin decoded.raw").status,
         0);
-    const fbc::test::Outcome t = runFbc(dir, "trace --all --json " + regs + " demo/chart.pgm");
+    const fbc::test::Outcome t = runFbc(dir, "trace --all --json " + regs + " demo/chart.png");
     ASSERT_EQ(t.status, 0) << t.err;
     const std::string codes = readBytes(dir.path() + "/chart.bin"),
                       decoded = readBytes(dir.path() + "/decoded.raw");

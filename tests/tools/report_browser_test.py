@@ -30,7 +30,7 @@ def main():
     with tempfile.TemporaryDirectory() as tmp:
         subprocess.run([fbc, "demo", "--out", tmp], check=True, stdout=subprocess.DEVNULL)
         page = os.path.join(tmp, "report.html")
-        subprocess.run([fbc, "report", os.path.join(tmp, "chart.pgm"), "--out", page], check=True)
+        subprocess.run([fbc, "report", os.path.join(tmp, "chart.png"), "--out", page], check=True)
         url = "file://%s#click=%d,%d" % (page, CLICK[0], CLICK[1])
         common = [browser, "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
                   "--user-data-dir=" + os.path.join(tmp, "profile"), "--virtual-time-budget=30000"]
