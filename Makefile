@@ -59,5 +59,6 @@ aarch64-test: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS) --target fbc_cli
 	JOBS=$(JOBS) scripts/aarch64-test.sh $(BUILD)/fbc build-aarch64
 
+# Every folder the targets above create: the build, the benchmark, fuzz and aarch64 builds.
 clean:
-	rm -rf $(BUILD)
+	rm -rf $(BUILD) build-bench $(or $(FUZZ_BUILD),build-fuzz) build-aarch64
