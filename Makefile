@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 PYTHON ?= /usr/bin/python3
 CMAKE_ARGS ?=
 
-.PHONY: all build demo test bench fuzz package slurm-test clean
+.PHONY: all build demo test bench fuzz package slurm-test aarch64-test clean
 
 all: build
 
