@@ -371,7 +371,8 @@ GoldenComparison compareGolden(const CompareSetup& setup) {
   if (dirs && !setup.names.empty()) {
     for (const std::string& name : setup.names) {
       Named n;
-      if (!nameKind(name, n)) inputError((fs::path(expected) / name).string() + ": not a golden file");
+      if (!nameKind(name, n))
+        inputError((fs::path(expected) / name).string() + ": not a golden file");
       pairs.push_back({name, (fs::path(expected) / name).string(),
                        (fs::path(actual) / name).string(), n.kind, n.frame});
     }
