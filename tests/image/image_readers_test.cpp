@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <new>
 #include <string>
@@ -294,6 +296,25 @@ TEST(ReportingParsers, CommentBeforeFieldIsNoMark) {
   EXPECT_EQ(w, 1);
   EXPECT_EQ(h, 1);
   EXPECT_EQ(rgb, (std::vector<std::uint16_t>{1, 2, 3}));
+}
+
+// The reader measures the file before it sizes a buffer, so a header claiming 9000x9000 16-bit
+// samples (486000000 bytes) in a short file costs no memory: it fails under a 256 MB limit.
+bool failsWithinLimit(const std::string& path) {
+  const rlimit limit{256 << 20, 256 << 20};
+  setrlimit(RLIMIT_AS, &limit);
+  int w = 0;
+  int h = 0;
+  std::vector<std::uint16_t> rgb;
+  std::string error;
+  return !fbc::parsePPM(path, 12, w, h, rgb, error) &&
+         error == path + ": header says 9000x9000 but only 6 of 486000000 bytes of samples follow";
+}
+
+TEST(ReportingParsers, HugeClaimInAShortFileAllocatesNothing) {
+  TempDir dir;
+  writeBytes(dir.file("big.ppm"), "P6\n9000 9000\n65535\n" + std::string(6, 'x'));
+  EXPECT_EXIT(std::exit(failsWithinLimit(dir.file("big.ppm")) ? 0 : 1), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(ReportingParsers, MissingFile) {

@@ -112,6 +112,21 @@ TEST(Cli, UnwritableOutputIsAFailureNotUsage) {
   EXPECT_EQ(r.err, "fbc encode: nodir/out.bin: cannot create file (No such file or directory)\n");
 }
 
+// A register map may name an element past the end of a bound array (reg_mode_en has 11): the
+// field is skipped, not read from whatever follows the array (reg_mode_definition[2] = 2 would
+// set bits 15:14 to 10).
+TEST(Cli, RegisterMapElementPastTheArrayIsSkipped) {
+  const TempDir dir;
+  std::string map = readBytes(FBC_SOURCE_DIR "/data/fbc_registers.txt");
+  const std::string pack = "  pack 0x0006 11 1\n";
+  map.insert(map.find(pack) + pack.size(), "  field 0x0006 15:14 elem 13\n");
+  writeBytes(dir.file("map.txt"), map);
+  writeBytes(dir.file("in.ini"), "[FBC]\n");
+  const Outcome r = runFbc(dir, "regs --registers map.txt in.ini");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("\n0x0006 0x07ff\n"), std::string::npos) << r.out;
+}
+
 // Row 0 of a 12x2 image: a flat block of 0x123, then 0x123 x4 padded with four zeros.
 // Row 1: 100 x4, 3000 x4, then 3000 x4 padded with zeros.
 //   flat 0x123: DPCM (first in priority at cost 0): 1001 | base 0x123 | codes 0 | pos 0 | shift 0
