@@ -298,23 +298,21 @@ TEST(ReportingParsers, CommentBeforeFieldIsNoMark) {
   EXPECT_EQ(rgb, (std::vector<std::uint16_t>{1, 2, 3}));
 }
 
-// The reader measures the file before it sizes a buffer, so a header claiming 9000x9000 16-bit
-// samples (486000000 bytes) in a short file costs no memory: it fails under a 256 MB limit.
+// The raw reader measures the file before it sizes a buffer, so a short file said to hold
+// 16000x16000 samples (512000000 bytes) costs no memory: it fails the same under a 256 MB limit.
 bool failsWithinLimit(const std::string& path) {
   const rlimit limit{256 << 20, 256 << 20};
   setrlimit(RLIMIT_AS, &limit);
-  int w = 0;
-  int h = 0;
-  std::vector<std::uint16_t> rgb;
+  std::vector<std::uint16_t> samples;
   std::string error;
-  return !fbc::parsePPM(path, 12, w, h, rgb, error) &&
-         error == path + ": header says 9000x9000 but only 6 of 486000000 bytes of samples follow";
+  return !fbc::parseRAW(path, 16000, 16000, 3, samples, error) &&
+         error == path + ": size 6 bytes, expected at least 512000000 (16000x16000 samples of 2 bytes)";
 }
 
 TEST(ReportingParsers, HugeClaimInAShortFileAllocatesNothing) {
   TempDir dir;
-  writeBytes(dir.file("big.ppm"), "P6\n9000 9000\n65535\n" + std::string(6, 'x'));
-  EXPECT_EXIT(std::exit(failsWithinLimit(dir.file("big.ppm")) ? 0 : 1), ::testing::ExitedWithCode(0), "");
+  writeBytes(dir.file("big.raw"), std::string(6, 'x'));
+  EXPECT_EXIT(std::exit(failsWithinLimit(dir.file("big.raw")) ? 0 : 1), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(ReportingParsers, MissingFile) {
