@@ -12,15 +12,12 @@
 namespace {
 
 namespace fs = std::filesystem;
-using fbc::test::ErrorCase;
-using fbc::test::expectRejected;
 using fbc::test::listDir;
 using fbc::test::Outcome;
 using fbc::test::readBytes;
 using fbc::test::runFbc;
 using fbc::test::TempDir;
 using fbc::test::writeBytes;
-
 
 // Big-endian 16-bit samples, as binary PNM bodies with a maximum above 255 hold them.
 std::string be16(const std::vector<int>& samples) {
@@ -37,56 +34,6 @@ std::string be16(const std::vector<int>& samples) {
 std::string flatBlockCode(int v) {
   return std::string(6, '\0') + static_cast<char>(v & 0xFF) + static_cast<char>(0x90 | (v >> 8));
 }
-
-void writeBadInputs(const TempDir& dir) {
-  writeBytes(dir.file("magic.ppm"), "P7\n1 1\n255\n");
-  writeBytes(dir.file("short.ppm"), "P6\n4 2\n255\n" + std::string(10, '\x10'));
-  writeBytes(dir.file("in.ppm"), "P6\n4 2\n255\n" + std::string(24, '\x10'));
-  writeBytes(dir.file("field.pgm"), "P5\n2 x\n255\n");
-  writeBytes(dir.file("short.pgm"), "P2 2 2 255 1 2 3");
-  writeBytes(dir.file("colour.pgm"), "P6\n1 1\n255\nabc");
-  writeBytes(dir.file("short.raw"), std::string(10, '\0'));
-  writeBytes(dir.file("in.bmp"), "BM");
-  writeBytes(dir.file("in.bin"), flatBlockCode(0x123));
-}
-
-class PictureError : public ::testing::TestWithParam<ErrorCase> {};
-
-TEST_P(PictureError, ExitsTwoWithOneLineAndNoOutput) {
-  const TempDir dir;
-  writeBadInputs(dir);
-  expectRejected(dir, GetParam());
-}
-
-const ErrorCase kErrorCases[] = {
-    {"PpmUnknownMagic", "encode magic.ppm out.bin",
-     "fbc encode: magic.ppm: unknown magic \"P7\" (expected P3 or P6)\n"},
-    {"PpmShortBody", "roundtrip short.ppm --out pics",
-     "fbc roundtrip: short.ppm: header says 4x2 but only 10 of 24 bytes of samples follow\n"},
-    {"PgmFieldNotANumber", "encode field.pgm out.bin", "fbc encode: field.pgm: height \"x\" is not a number\n"},
-    {"PgmShortBody", "roundtrip short.pgm --out pics",
-     "fbc roundtrip: short.pgm: header says 2x2 but only 3 of 4 samples follow\n"},
-    {"PgmHoldsColour", "encode colour.pgm out.bin",
-     "fbc encode: colour.pgm: expected a grey picture (P2 or P5), found P6\n"},
-    {"RawShortPacked", "encode --width 4 --height 2 --raw-mode 4 short.raw out.bin",
-     "fbc encode: short.raw: size 10 bytes, expected 16 (4x2 samples of 2 bytes)\n"},
-    {"RawNeedsSize", "encode --raw-mode 1 short.raw out.bin", "fbc encode: missing required option --width\n"},
-    {"SizeDisagreesWithHeader", "encode --width 8 in.ppm out.bin",
-     "fbc encode: in.ppm: picture is 4x2, but --width/--height give 8x2\n"},
-    {"RawModeOutOfRange", "roundtrip --width 4 --height 2 --raw-mode 5 short.raw",
-     "fbc roundtrip: --raw-mode: 5 is out of range 0..4\n"},
-    {"RawModeOnPicture", "encode --raw-mode 1 in.ppm out.bin",
-     "fbc encode: --raw-mode applies to .raw input only, not in.ppm\n"},
-    {"UnknownInputType", "encode in.bmp out.bin",
-     "fbc encode: in.bmp: unknown picture type \".bmp\" (expected .ppm, .pgm or .raw)\n"},
-    {"MissingPicture", "encode nothere.ppm out.bin", "fbc encode: nothere.ppm: cannot open: No such file or directory\n"},
-    {"UnknownOutputType", "decode --width 8 --height 1 in.bin out.png",
-     "fbc decode: out.png: unknown output type \".png\" (expected .raw, .pgm or .ppm)\n"},
-    {"OutputWithoutType", "decode --width 8 --height 1 in.bin out",
-     "fbc decode: out: unknown output type \"\" (expected .raw, .pgm or .ppm)\n"},
-};
-INSTANTIATE_TEST_SUITE_P(Fbc, PictureError, ::testing::ValuesIn(kErrorCases),
-                         [](const auto& test) { return std::string(test.param.name); });
 
 struct RawModeCase {
   const char* name;
@@ -260,14 +207,6 @@ TEST(RoundtripPictures, RawInputIsBayerOnlyWithCfa) {
   r = runFbc(dir, "roundtrip --width 8 --height 2 --cfa 0 in.raw --out bayer");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(fs::exists(dir.file("bayer/compare.ppm")));
-}
-
-TEST(RoundtripPictures, DemoWritesTheErrorMap) {
-  const TempDir dir;
-  const Outcome r = runFbc(dir, "demo --out chart");
-  ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(readBytes(dir.file("chart/errors.ppm")).size(), 15 + 640u * 480 * 3);  // "P6\n640 480\n255\n"
-  EXPECT_FALSE(fs::exists(dir.file("chart/compare.ppm")));
 }
 
 // A real 12-bit photograph, when the distribution's test-data package provides one.

@@ -131,6 +131,8 @@ const BadSettings kBadSettings[] = {
      "fbc random: s.ini: unknown setting \"frame\" (nearest name: frames)\n"},
     {"OutOfRange", "[GlobalControl]\nenable_percent=101\n",
      "fbc random: s.ini: setting \"enable_percent\": 101 is out of range 0..100\n"},
+    {"BelowRange", "[GlobalControl]\nframes=0\n",
+     "fbc random: s.ini: setting \"frames\": 0 is out of range 1..64\n"},
     {"CfaOutOfRange", "[GlobalControl]\ncfa=1,4\n", "fbc random: s.ini: setting \"cfa\": 1,4 is out of range 0..3\n"},
     {"NotAnInteger", "[GlobalControl]\nframes=two\n",
      "fbc random: s.ini: setting \"frames\": 'two' is not an integer\n"},
