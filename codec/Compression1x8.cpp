@@ -123,19 +123,39 @@ int Compression1x8::log2(int v) {
     return 0;
 }
 
-void Compression1x8::decodeBlock(BlockCode code, int* pixels) {
-    if (reg_curve_mode_en != 0) {
-        SelectedMode = kModeCurve;
-        decodeCurve(code, pixels);
-        return;
+namespace {
+
+// The block dispatch of the decoder, told by the prefix (Curve by its register).
+inline void dispatchDecode(Compression1x8& c, BlockCode code, int* pixels) {
+    if (c.reg_curve_mode_en != 0) {
+        c.SelectedMode = kModeCurve;
+        return c.decodeCurve(code, pixels);
     }
     switch (modeOfCode(code)) {
-        case kModeHadamard: decodeHadama(code, pixels); break;
-        case kModeTruncate: decodeTruncate(code, pixels); break;
-        case kModeMinMax: decodeMinMax(code, pixels); break;
-        case kModeDpcm: decodeDPCM(code, pixels); break;
-        default: decodeEdge(modeOfCode(code) - 3, code, pixels); break;
+        case kModeHadamard: return Compression1x8::decodeHadama(code, pixels, c.coverage);
+        case kModeTruncate: return c.decodeTruncate(code, pixels);
+        case kModeMinMax: return Compression1x8::decodeMinMax(code, pixels);
+        case kModeDpcm: return Compression1x8::decodeDPCM(code, pixels, c.coverage);
+        default: return c.decodeEdge(modeOfCode(code) - 3, code, pixels);
     }
+}
+
+// Kept out of line, so that the untraced dispatch stays a chain of tail calls.
+__attribute__((noinline)) void decodeTraced(Compression1x8& c, BlockCode code, int* pixels) {
+    dispatchDecode(c, code, pixels);
+    std::copy(pixels, pixels + 8, c.trace->decoded);
+}
+
+}  // namespace
+
+void Compression1x8::decodeBlock(BlockCode code, int* pixels) {
+    if (trace) return decodeTraced(*this, code, pixels);
+    dispatchDecode(*this, code, pixels);
+}
+
+void Compression1x8::startFrame(int width, int frameIndex) {
+    FrameWidth = width;
+    SwingRowSelect = sw_dpcm_swing_en != 0 ? (frameIndex & 1) : reg_dpcm_swing_rounder_en;
 }
 
 void Compression1x8::Decode_bitstream(bool* code, int* pixels) { decodeBlock(packCode(code), pixels); }

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "codec/BlockCode.h"
+#include "codec/Coverage.h"
+#include "codec/Trace.h"
 #include "framework/IPBase.h"
 
 class Frame;
@@ -40,6 +42,8 @@ public:
     void Encode_modeselect();
     fbc::BlockCode encodeSelected(const int* pixels, bool parity);
     void Encode_bitstream(int* pixels, bool* code, bool parity);
+    // Writes the block's costs, code and encoder into `trace` and counts the mode that ran.
+    void record(const int* pixels, bool parity, fbc::BlockCode code);
     // Decodes one block code into eight 12-bit pixels.
     void decodeBlock(fbc::BlockCode code, int* pixels);
     void Decode_bitstream(bool* code, int* pixels);
@@ -48,7 +52,7 @@ public:
     void CalculateHadama(const int* p);
     fbc::BlockCode encodeHadama() const;
     void encodeHadama(int* p, bool* code);
-    static void decodeHadama(fbc::BlockCode code, int* out);
+    static void decodeHadama(fbc::BlockCode code, int* out, fbc::Coverage* cov = nullptr);
     void decodeHadama(bool* code, int* out);
 
     // --- MinMax and DPCM --------------------------------------------------------------------
@@ -61,7 +65,7 @@ public:
     void CalculateDPCMSAD(const int* p);
     fbc::BlockCode encodeDPCM() const;
     void encodeDPCM(int* p, bool* code);
-    static void decodeDPCM(fbc::BlockCode code, int* out);
+    static void decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* cov = nullptr);
     void decodeDPCM(bool* code, int* out);
 
     // --- Truncate ---------------------------------------------------------------------------
@@ -105,6 +109,12 @@ public:
     void decodeEdge7(bool* code, int* out) { decodeEdge(7, fbc::packCode(code), out); }
 
     // --- frame drivers ----------------------------------------------------------------------
+    // Row parity of row y under the Bayer layout `cfa`: layouts 1 and 3 start with the other
+    // colour pair (Truncate's extension follows it).
+    static bool rowParity(int y, int cfa) { return (cfa & ~2) == 1 ? (y & 1) == 0 : (y & 1) == 1; }
+    // What the compression driver sets once per frame before coding its blocks: the frame width
+    // and the DPCM rounder row.
+    void startFrame(int width, int frameIndex);
     void allocateCompressedFrame(int width, int height, Frame& f);
     void compressDecompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex);
     void CompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex);
@@ -146,6 +156,14 @@ public:
     int reg_uncomp_lut_out[15] = {};
     int reg_uncomp_lut_slope[16] = {};
     int sw_dpcm_swing_en = 0;
+
+    // --- instrumentation --------------------------------------------------------------------
+    // When either is set, the frame drivers take the reference path for every block and the
+    // reference encoder and decoder record into them: `trace` the last block coded or decoded,
+    // `coverage` the cover points hit. Null (the default) records nothing.
+    fbc::BlockTrace* trace = nullptr;
+    fbc::Coverage* coverage = nullptr;
+    bool instrumented() const { return trace != nullptr || coverage != nullptr; }
 
     // --- software switches ------------------------------------------------------------------
     bool noExecute = false;

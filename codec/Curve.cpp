@@ -35,9 +35,17 @@ std::int64_t originSegment(int x, int slope0, int shift) {
     return -((-sx + h) >> shift);
 }
 
-int applyCurve(int x, const int* in, const int* out, const int* slope, int shift, int maxOut) {
+// `cov` counts the decoder's clamps.
+int applyCurve(int x, const int* in, const int* out, const int* slope, int shift, int maxOut,
+               fbc::Coverage* cov = nullptr) {
     const std::int64_t v = x > in[0] ? lookupCurve(x, in, out, slope, shift) : originSegment(x, slope[0], shift);
+    if (cov && (v < 0 || v > maxOut)) fbc::cover(cov, v < 0 ? fbc::kCoverDecCurveClamp0 : fbc::kCoverDecCurveClamp4095);
     return static_cast<int>(std::clamp<std::int64_t>(v, 0, maxOut));
+}
+
+// The decompression curve (the compression curve read backwards).
+int uncompress(const Compression1x8& c, int y, fbc::Coverage* cov) {
+    return applyCurve(y, c.reg_uncomp_lut_in, c.reg_uncomp_lut_out, c.reg_uncomp_lut_slope, 8, 4095, cov);
 }
 
 }  // namespace
@@ -47,7 +55,7 @@ int Compression1x8::curveCompress(int x) const {
 }
 
 int Compression1x8::curveUncompress(int y) const {
-    return applyCurve(y, reg_uncomp_lut_in, reg_uncomp_lut_out, reg_uncomp_lut_slope, 8, 4095);
+    return uncompress(*this, y, nullptr);
 }
 
 fbc::BlockCode Compression1x8::encodeCurve(const int* p) const {
@@ -57,7 +65,12 @@ fbc::BlockCode Compression1x8::encodeCurve(const int* p) const {
 }
 
 void Compression1x8::decodeCurve(fbc::BlockCode code, int* out) const {
-    for (int i = 0; i < 8; ++i) out[i] = curveUncompress(static_cast<int>(fbc::getField(code, 8 * i, 8)));
+    for (int i = 0; i < 8; ++i) out[i] = uncompress(*this, static_cast<int>(fbc::getField(code, 8 * i, 8)), coverage);
+}
+
+int fbc::layout::curveFields(BlockCode, CodeField* f) {
+    for (int i = 0; i < 8; ++i) f[i] = {"byte", 7 - i, 8 * (7 - i), 8, false};
+    return 8;
 }
 
 void Compression1x8::encodeCurve(int* p, bool* code) { fbc::unpackCode(encodeCurve(p), code); }

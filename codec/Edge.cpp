@@ -120,21 +120,33 @@ fbc::BlockCode Compression1x8::encodeEdge(int member, const int* p) const {
         const int bits = l.coarseBits[j - l.n];
         const int drop = 12 - bits;
         int v = p[pixelAt(dir, j)];
-        if (reg_comp_enc_trun_rnd != 0) v = std::clamp(v + (1 << (drop - 1)), 0, 4095);
+        if (reg_comp_enc_trun_rnd != 0) {
+            if (coverage) {
+                fbc::cover(coverage, fbc::kCoverEncRoundEdge);
+                if (v + (1 << (drop - 1)) > 4095) fbc::cover(coverage, fbc::kCoverEncRoundClamp);
+            }
+            v = std::clamp(v + (1 << (drop - 1)), 0, 4095);
+        }
         c |= fbc::putField(v >> drop, lo, bits);
         lo += bits;
     }
     return c;
 }
 
-void Compression1x8::decodeEdge(int member, fbc::BlockCode code, int* out) const {
+namespace {
+
+// kCount instantiates the decoder's counting of cover points.
+template <bool kCount>
+void decodeEdgeWith(const Compression1x8& c, int member, fbc::BlockCode code, int* out) {
     const EdgeLayout& l = layoutOf(member);
+    fbc::Coverage* const cov = c.coverage;
     const int dir = static_cast<int>(fbc::getField(code, l.dirBit, 1));
     const int shift = static_cast<int>(fbc::getField(code, l.dirBit + 1, 2));
     const int base = static_cast<int>(fbc::getField(code, baseLo(l), baseBits(l))) << l.baseDrop;
     for (int j = 0; j < l.n; ++j) {
         const int q = static_cast<int>(fbc::getField(code, j * l.indexBits, l.indexBits));
         out[pixelAt(dir, j)] = std::min((q << shift) + base, 4095);
+        if (kCount && (q << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecEdgeClamp4095);
     }
     int lo = baseLo(l) + baseBits(l);
     for (int j = l.n; j < 8; ++j) {
@@ -143,7 +155,39 @@ void Compression1x8::decodeEdge(int member, fbc::BlockCode code, int* out) const
         const int t = static_cast<int>(fbc::getField(code, lo, bits));
         lo += bits;
         int v = t << drop;
-        if (reg_comp_de_tr_round_md == 0 && !(reg_comp_de_tr_round_zero != 0 && t == 0)) v += 1 << (drop - 1);
+        if (c.reg_comp_de_tr_round_md == 0 && !(c.reg_comp_de_tr_round_zero != 0 && t == 0)) {
+            v += 1 << (drop - 1);
+            if (kCount) fbc::cover(cov, fbc::kCoverDecEdgeMid);
+        } else if (kCount) {
+            fbc::cover(cov, c.reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecEdgeBottom : fbc::kCoverDecEdgeZero);
+        }
         out[pixelAt(dir, j)] = v;
     }
+}
+
+}  // namespace
+
+void Compression1x8::decodeEdge(int member, fbc::BlockCode code, int* out) const {
+    if (coverage)
+        decodeEdgeWith<true>(*this, member, code, out);
+    else
+        decodeEdgeWith<false>(*this, member, code, out);
+}
+
+int fbc::layout::edgeFields(int member, BlockCode, CodeField* f) {
+    const EdgeLayout& l = layoutOf(member);
+    int n = 0;
+    f[n++] = {"prefix", -1, l.prefixLo, 64 - l.prefixLo, false};
+    f[n++] = {"shift", -1, l.dirBit + 1, 2, false};
+    f[n++] = {"dir", -1, l.dirBit, 1, false};
+    int lo = baseLo(l) + baseBits(l);
+    for (int j = l.n; j < 8; ++j) lo += l.coarseBits[j - l.n];
+    if (lo < l.dirBit) f[n++] = {"pad", -1, lo, l.dirBit - lo, false};
+    for (int j = 7; j >= l.n; --j) {
+        lo -= l.coarseBits[j - l.n];
+        f[n++] = {"coarse", j - l.n, lo, l.coarseBits[j - l.n], false};
+    }
+    f[n++] = {"base", -1, baseLo(l), baseBits(l), false};
+    for (int j = l.n - 1; j >= 0; --j) f[n++] = {"index", j, j * l.indexBits, l.indexBits, false};
+    return n;
 }

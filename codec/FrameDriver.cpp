@@ -39,13 +39,13 @@ struct File {
 bool plain(const Frame& f) { return f.offsetX == 0 && f.offsetY == 0 && f.data != nullptr; }
 
 // Without golden files and on plain frames, whole rows go through the fast path.
-void compressRowsFast(Compression1x8& codec, const Frame& in, Frame& out, bool oddCfa) {
+void compressRowsFast(Compression1x8& codec, const Frame& in, Frame& out, int cfa) {
     const CodecVariant* variant = activeVariant();
     FastEncoder encoder(codec, variant);
     std::vector<BlockCode> codes(static_cast<std::size_t>((in.width + 7) / 8));
     const int bytes = static_cast<int>(8 * codes.size());
     for (int y = 0; y < in.height; ++y) {
-        const bool parity = oddCfa ? (y & 1) == 0 : (y & 1) == 1;
+        const bool parity = Compression1x8::rowParity(y, cfa);
         encoder.encodeRow(in.data + static_cast<std::size_t>(y) * in.width, in.width, parity, codes.data());
         PIXEL* dst = out.data + static_cast<std::size_t>(y) * out.width;
         if (variant) {
@@ -100,8 +100,7 @@ void Compression1x8::compressDecompressFrame(const Frame& in, Frame& out, int cf
 
 void Compression1x8::CompressFrame(const Frame& in, Frame& out, int cfa, int frameIndex) {
     out.cfa = static_cast<CFA_TYPE_HW>(cfa);
-    FrameWidth = in.width;
-    SwingRowSelect = sw_dpcm_swing_en != 0 ? (frameIndex & 1) : reg_dpcm_swing_rounder_en;
+    startFrame(in.width, frameIndex);
     if (Enable == 0) {
         out = in;
         return;
@@ -110,10 +109,10 @@ void Compression1x8::CompressFrame(const Frame& in, Frame& out, int cfa, int fra
     if (static_cast<long long>(width) * height >= 0x1FFFFFFF) throw std::bad_array_new_length();
 
     const bool dump = m_dumpLevel >= 1 && frameIndex >= 0;
-    const bool oddCfa = (cfa & ~2) == 1;  // row parity for the Truncate extension, see below
-    if (!dump && plain(in) && width > 0 && height > 0 && plain(out) && out.width >= ((width + 7) & ~7) &&
+    // Instrumented blocks (trace, coverage) are coded on the reference path.
+    if (!dump && !instrumented() && plain(in) && width > 0 && height > 0 && plain(out) && out.width >= ((width + 7) & ~7) &&
         out.height >= height) {
-        compressRowsFast(*this, in, out, oddCfa);
+        compressRowsFast(*this, in, out, cfa);
         return;
     }
     const std::string stem = getNameLower();
@@ -133,10 +132,9 @@ void Compression1x8::CompressFrame(const Frame& in, Frame& out, int cfa, int fra
         }
     }
 
-    // Row parity for the Truncate extension: layouts 1 and 3 start with the other colour pair.
     const bool direct = plain(out) && out.width >= ((width + 7) & ~7) && out.height >= height;
     for (int y = 0; y < height; ++y) {
-        const bool parity = oddCfa ? (y & 1) == 0 : (y & 1) == 1;
+        const bool parity = rowParity(y, cfa);
         const int* row = work.data() + static_cast<std::size_t>(y) * width;
         for (int x = 0; x < width; x += 8) {
             int block[8] = {0, 0, 0, 0, 0, 0, 0, 0};  // a short last block is padded with zeros
@@ -172,7 +170,7 @@ void Compression1x8::DecompressFrame(const Frame& in, Frame& out, int frameIndex
 
     const bool directIn = plain(in) && (in.width & 7) == 0;
     const bool directOut = plain(out) && out.height >= in.height;
-    if (!dump && directIn && directOut) {
+    if (!dump && !instrumented() && directIn && directOut) {
         decompressRowsFast(*this, in, out);
         return;
     }
@@ -221,7 +219,7 @@ void Compression1x8::decompressRows(const unsigned char* in, unsigned short* out
     // The compressed row stride is the width, not the width rounded up to 8: the last block of a
     // short row reads its missing bytes from the start of the next row (on the last row, up to 7
     // bytes past the buffer's nominal end) and keeps only the pixels inside the row.
-    FastDecoder decoder(*this, activeVariant());
+    FastDecoder decoder(*this, instrumented() ? nullptr : activeVariant());
     for (int r = rowBegin; r < rowEnd; ++r)
         decoder.decodeRow(in + static_cast<std::size_t>(r) * width, width, out + static_cast<std::size_t>(r) * width);
 }

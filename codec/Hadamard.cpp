@@ -29,13 +29,19 @@ inline void butterfly8(int* v) {
     }
 }
 
-// The decoder's reconstruction from the coded fields; the cost function runs it too.
-inline void reconstruct(int shift, int dc, const int* coef, int* out) {
+// The decoder's reconstruction from the coded fields; the cost function runs it too. kCount
+// instantiates the decoder's clamp counting.
+template <bool kCount>
+inline void reconstruct(int shift, int dc, const int* coef, int* out, fbc::Coverage* cov = nullptr) {
     int v[8];
     v[0] = dc * 8;
     for (int j = 1; j < 8; ++j) v[kNatural[j]] = coef[j - 1] * (1 << (8 - shift));
     butterfly8(v);
-    for (int i = 0; i < 8; ++i) out[i] = std::clamp(v[i] >> 3, 0, 4095);
+    for (int i = 0; i < 8; ++i) {
+        out[i] = std::clamp(v[i] >> 3, 0, 4095);
+        if (kCount && out[i] != v[i] >> 3)
+            fbc::cover(cov, out[i] == 0 ? fbc::kCoverDecHadamardClamp0 : fbc::kCoverDecHadamardClamp4095);
+    }
 }
 
 }  // namespace
@@ -66,11 +72,14 @@ void Compression1x8::CalculateHadama(const int* p) {
     for (int j = 1; j < 8; ++j) {
         const int term = t[kNatural[j]];
         int v = term + rounding;
-        if (term >= 0 && v > positiveCap) v = positiveCap;
+        if (term >= 0 && v > positiveCap) {
+            v = positiveCap;
+            fbc::cover(coverage, fbc::kCoverHadamardAcCapped);
+        }
         HadamaCoef[j - 1] = v >> (8 - s);
     }
     int r[8];
-    reconstruct(s, HadamaDC, HadamaCoef, r);
+    reconstruct<false>(s, HadamaDC, HadamaCoef, r);
     int sad = 0, maxErr = 0;
     for (int i = 0; i < 8; ++i) {
         const int e = std::abs(p[i] - r[i]);
@@ -87,11 +96,23 @@ fbc::BlockCode Compression1x8::encodeHadama() const {
     return c;
 }
 
-void Compression1x8::decodeHadama(fbc::BlockCode code, int* out) {
+void Compression1x8::decodeHadama(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
     int coef[7];
     for (int j = 1; j < 8; ++j) coef[j - 1] = fbc::getSignedField(code, 7 * (7 - j), 7);
-    reconstruct(static_cast<int>(fbc::getField(code, 61, 2)),
-                static_cast<int>(fbc::getField(code, 49, 12)), coef, out);
+    const int shift = static_cast<int>(fbc::getField(code, 61, 2)), dc = static_cast<int>(fbc::getField(code, 49, 12));
+    if (cov)
+        reconstruct<true>(shift, dc, coef, out, cov);
+    else
+        reconstruct<false>(shift, dc, coef, out);
+}
+
+int fbc::layout::hadamardFields(BlockCode, CodeField* f) {
+    int n = 0;
+    f[n++] = {"prefix", -1, 63, 1, false};
+    f[n++] = {"shift", -1, 61, 2, false};
+    f[n++] = {"dc", -1, 49, 12, false};
+    for (int j = 1; j < 8; ++j) f[n++] = {"ac", j, 7 * (7 - j), 7, true};
+    return n;
 }
 
 void Compression1x8::encodeHadama(int*, bool* code) { fbc::unpackCode(encodeHadama(), code); }

@@ -97,13 +97,20 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
         const int a = (lowSum + 4) >> 3;
         const int low = Pmin & m;
         int adj;
-        if (DPCMRounder + 1 + low <= a)
+        if (DPCMRounder + 1 + low <= a) {
             adj = a - DPCMStep;
-        else if (low - (DPCMStep - DPCMRounder - 1) > a)
+            fbc::cover(coverage, fbc::kCoverDpcmLsbDown);
+        } else if (low - (DPCMStep - DPCMRounder - 1) > a) {
             adj = a + DPCMStep;
-        else
+            fbc::cover(coverage, fbc::kCoverDpcmLsbUp);
+        } else {
             adj = a;
-        DPCMBase = std::clamp(Pmin - low + adj, 0, 4095);
+            fbc::cover(coverage, fbc::kCoverDpcmLsbKeep);
+        }
+        const int base = Pmin - low + adj;
+        DPCMBase = std::clamp(base, 0, 4095);
+        if (base < 0) fbc::cover(coverage, fbc::kCoverDpcmBaseClampLow);
+        if (base > 4095) fbc::cover(coverage, fbc::kCoverDpcmBaseClampHigh);
     }
 
     for (int i = 0; i < 8; ++i) Diffmin[i] = std::min((p[i] - DPCMBase + DPCMRounder) / DPCMStep, 63);
@@ -140,7 +147,11 @@ fbc::BlockCode Compression1x8::encodeDPCM() const {
     return c;
 }
 
-void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out) {
+namespace {
+
+// kCount instantiates the decoder's clamp counting.
+template <bool kCount>
+void decodeDpcm(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
     const int shift = static_cast<int>(fbc::getField(code, 0, 3));
     const int pos = static_cast<int>(fbc::getField(code, 3, 3));
     const int base = static_cast<int>(fbc::getField(code, 48, 12));
@@ -152,7 +163,44 @@ void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out) {
             lo += 6;
         }
         out[i] = std::min((d << shift) + base, 4095);
+        if (kCount && (d << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecDpcmClamp4095);
     }
+}
+
+}  // namespace
+
+void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
+    if (cov)
+        decodeDpcm<true>(code, out, cov);
+    else
+        decodeDpcm<false>(code, out, nullptr);
+}
+
+int fbc::layout::minMaxFields(BlockCode, CodeField* f) {
+    int n = 0;
+    f[n++] = {"prefix", -1, 56, 8, false};
+    f[n++] = {"pad", -1, 40, 16, false};
+    f[n++] = {"min", -1, 28, 12, false};
+    f[n++] = {"max", -1, 16, 12, false};
+    for (int i = 0; i < 8; ++i) f[n++] = {"symbol", i, 2 * (7 - i), 2, false};
+    return n;
+}
+
+// The pixels' codes sit below the base in the order pixel 7 .. 0, the one at Pminpos left out.
+int fbc::layout::dpcmFields(BlockCode code, CodeField* f) {
+    const int pos = static_cast<int>(getField(code, 3, 3));
+    int n = 0;
+    f[n++] = {"prefix", -1, 60, 4, false};
+    f[n++] = {"base", -1, 48, 12, false};
+    int lo = 42;
+    for (int i = 0; i < 8; ++i) {
+        if (i == pos) continue;
+        f[n++] = {"delta", i, lo, 6, false};
+        lo -= 6;
+    }
+    f[n++] = {"pminpos", -1, 3, 3, false};
+    f[n++] = {"shift", -1, 0, 3, false};
+    return n;
 }
 
 void Compression1x8::encodeMinMax(int*, bool* code) { fbc::unpackCode(encodeMinMax(), code); }

@@ -4,6 +4,8 @@
 #include <algorithm>
 
 #include "codec/Compression1x8.h"
+#include "codec/Coverage.h"
+#include "codec/Trace.h"
 
 using namespace fbc;
 
@@ -13,6 +15,13 @@ namespace {
 constexpr int kPlainOrder[] = {kModeDpcm, kModeMinMax, kModeEdge7, kModeEdge6, kModeEdge5,
                                kModeEdge4, kModeEdge3, kModeEdge2, kModeHadamard};
 constexpr int kNonEdgeOrder[] = {kModeDpcm, kModeMinMax, kModeHadamard};
+constexpr int kEdgeOrder[] = {kModeEdge7, kModeEdge6, kModeEdge5, kModeEdge4, kModeEdge3, kModeEdge2};
+
+// The cover point of a remapping away from each selectable mode (Curve is never selected).
+constexpr int kRemapPoint[kModeCount] = {
+    kCoverRemapHadamard, kCoverCurveForced, kCoverRemapMinMax, kCoverRemapDpcm,
+    kCoverRemapTruncate, kCoverRemapEdge2,  kCoverRemapEdge3,  kCoverRemapEdge4,
+    kCoverRemapEdge5,    kCoverRemapEdge6,  kCoverRemapEdge7};
 
 }  // namespace
 
@@ -57,18 +66,22 @@ void Compression1x8::Encode_modeselect() {
     const auto matches = [&](int m, int cost) { return reg_mode_en[m] != 0 && c[m] == cost; };
 
     int mode = kModeTruncate;
+    int winner = kModeTruncate;
+    int target = nonEdge;
+    int rule;
     if (reg_compress_edgefisrt_enable != 1) {
         // Any value other than 0 and 1 leaves the edge minimum out: an edge member then wins only
         // when it ties with the best non-edge cost.
-        const int target = reg_compress_edgefisrt_enable == 0 ? std::min(nonEdge, edgeBest) : nonEdge;
+        if (reg_compress_edgefisrt_enable == 0) target = std::min(nonEdge, edgeBest);
+        rule = kRulePlainFallback;
         for (int m : kPlainOrder) {
             if (matches(m, target)) {
                 mode = m;
+                rule = reg_compress_edgefisrt_enable == 0 ? kRulePlain : kRulePlainNonEdge;
                 break;
             }
         }
     } else {
-        int winner = kModeTruncate;
         for (int m : kNonEdgeOrder) {
             if (matches(m, nonEdge)) {
                 winner = m;
@@ -78,7 +91,10 @@ void Compression1x8::Encode_modeselect() {
         mode = winner;
         // A Truncate winner never shields the block from edge coding.
         const bool keepWinner = winner != kModeTruncate && nonEdge <= reg_compress_edgefisrt_finalth;
-        if (!keepWinner && edgeBest <= reg_compress_edgemin_th) {
+        if (keepWinner) {
+            rule = kRuleKeptUnderFinal;
+        } else if (edgeBest <= reg_compress_edgemin_th) {
+            rule = kRuleEdgeBalanced;
             const long long ratio = reg_compress_edgemin_ratio;
             for (int m = kModeEdge7; m >= kModeEdge2; --m) {
                 if (!matches(m, edgeBest)) continue;
@@ -89,9 +105,13 @@ void Compression1x8::Encode_modeselect() {
                 const bool balanced = e.HeadRange <= headLimit && e.TailRange <= tailLimit;
                 if (!balanced) {
                     mode = m;
+                    rule = kRuleEdgeTaken;
                     break;
                 }
+                cover(coverage, kCoverEdgeMemberBalanced);
             }
+        } else {
+            rule = kRuleEdgeAboveMin;
         }
     }
 
@@ -102,6 +122,40 @@ void Compression1x8::Encode_modeselect() {
         // An entry of 1 means "keep": the remapping can never select the curve mode.
         const int d = reg_mode_definition[SelectedMode];
         if (d != 1) SelectedMode = d;
+    }
+    if (!instrumented()) return;
+
+    if (coverage) {
+        // How many of `modes` are enabled at `cost`, Truncate counted with them when asked.
+        const auto count = [&](const auto& modes, int cost, bool truncate = true) {
+            int n = truncate && matches(kModeTruncate, cost) ? 1 : 0;
+            for (int m : modes) n += matches(m, cost) ? 1 : 0;
+            return n;
+        };
+        cover(coverage, kCoverRulePlain + rule);
+        if ((rule == kRulePlain || rule == kRulePlainNonEdge) && count(kPlainOrder, target) > 1)
+            cover(coverage, kCoverTiePlain);
+        if (reg_compress_edgefisrt_enable == 1) {
+            if (winner == kModeTruncate) cover(coverage, kCoverTruncateWinnerTriesEdges);
+            else if (count(kNonEdgeOrder, nonEdge) > 1) cover(coverage, kCoverTieNonEdgeWinner);
+        }
+        if ((rule == kRuleEdgeTaken || rule == kRuleEdgeBalanced) && count(kEdgeOrder, edgeBest, false) > 1)
+            cover(coverage, kCoverTieEdgeMembers);
+        if (reg_curve_mode_en != 0) {
+            cover(coverage, kCoverCurveForced);
+        } else if (SelectedMode != mode) {
+            cover(coverage, kRemapPoint[mode]);
+            if (SelectedMode < 0 || SelectedMode >= kModeCount) cover(coverage, kCoverRemapUnknown);
+        }
+    }
+    if (trace) {
+        trace->nonEdgeBest = nonEdge;
+        trace->edgeBest = edgeBest;
+        trace->nonEdgeWinner = winner;
+        trace->rule = rule;
+        trace->selected = mode;
+        trace->mode = SelectedMode;
+        trace->curveForced = reg_curve_mode_en != 0;
     }
 }
 
@@ -123,7 +177,52 @@ BlockCode Compression1x8::encodeBlock(const int* pixels, bool parity) {
     std::copy(pixels, pixels + 8, p);
     EncodeCalculateSAD(p, parity);
     Encode_modeselect();
-    return encodeSelected(p, parity);
+    const BlockCode code = encodeSelected(p, parity);
+    if (instrumented()) record(p, parity, code);
+    return code;
+}
+
+void Compression1x8::record(const int* p, bool parity, BlockCode code) {
+    // Any number the dispatch does not know runs Truncate's encoder.
+    const int encoder = SelectedMode >= 0 && SelectedMode < kModeCount ? SelectedMode : kModeTruncate;
+    if (coverage) {
+        // What the cost functions found, read from their results: an ineligible edge member and
+        // an inapplicable DPCM leave a sum of 32767, which no coded block reaches (8 x 4095).
+        cover(coverage, kCoverModeHadamard + encoder);
+        cover(coverage, kCoverHadamardShift0 + HadamaShift);
+        for (int k = 0; k < 6; ++k) {
+            if (Edge[k].SAD == kNoSad) {
+                cover(coverage, kCoverEdge2Ineligible + k);
+            } else {
+                cover(coverage, kCoverEdge2Eligible + k);
+                cover(coverage, Edge[k].Dir ? kCoverEdgeHeadGroup : kCoverEdgeTailGroup);
+            }
+        }
+        cover(coverage, DPCMSAD == kNoSad ? kCoverDpcmNotApplicable : kCoverDpcmShift0 + DPCMShift);
+        if (reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0) cover(coverage, kCoverDpcmSwingRow);
+    }
+    if (!trace) return;
+    BlockTrace& t = *trace;
+    std::copy(p, p + 8, t.pixels);
+    t.parity = parity;
+    t.pmin = Pmin;
+    t.pmax = Pmax;
+    t.pminpos = Pminpos;
+    const int sads[kModeCount] = {HadamaSAD, kNoSad, MinMaxSAD, DPCMSAD, TruncateSAD, Edge[0].SAD,
+                                  Edge[1].SAD, Edge[2].SAD, Edge[3].SAD, Edge[4].SAD, Edge[5].SAD};
+    for (int m = 0; m < kModeCount; ++m) {
+        t.hasCost[m] = m != kModeCurve;
+        t.sad[m] = sads[m];
+        t.maxerr[m] = modeCost(m);
+        t.enabled[m] = reg_mode_en[m] != 0;
+    }
+    for (int k = 0; k < 6; ++k) {
+        t.edgeHeadRange[k] = Edge[k].HeadRange;
+        t.edgeTailRange[k] = Edge[k].TailRange;
+        t.edgeDir[k] = Edge[k].Dir;
+    }
+    t.encoder = encoder;
+    t.code = code;
 }
 
 void Compression1x8::EncodePixel8(int* pixels, bool* code, bool parity) {

@@ -39,21 +39,34 @@ void Compression1x8::CalculateTruncateSAD(const int* p, bool parity) {
 fbc::BlockCode Compression1x8::encodeTruncate(const int* p, bool parity) const {
     const int sel = (parity ? 1 : 0) ^ (reg_tr_ext_rb != 0 ? 1 : 0);
     const bool ext = reg_tr_ext_en != 0;
+    if (coverage) {
+        fbc::cover(coverage, (ext ? fbc::kCoverTruncExtOnSel0 : fbc::kCoverTruncExtOffSel0) + sel);
+        if (reg_tr_ext_rb != 0) fbc::cover(coverage, fbc::kCoverTruncSelFlipped);
+        if (reg_comp_enc_trun_rnd != 0) fbc::cover(coverage, fbc::kCoverEncRoundTruncate);
+    }
     fbc::BlockCode c = kPrefix | fbc::putField(sel, 60, 1);
     for (int i = 0; i < 8; ++i) {
         const bool fine = ext && (i & 1) != sel;
         int q = p[i];
-        if (reg_comp_enc_trun_rnd != 0) q = std::clamp(q + (fine ? 8 : 16), 0, 4095);
+        if (reg_comp_enc_trun_rnd != 0) {
+            if (q + (fine ? 8 : 16) > 4095) fbc::cover(coverage, fbc::kCoverEncRoundClamp);
+            q = std::clamp(q + (fine ? 8 : 16), 0, 4095);
+        }
         c |= fbc::putField(q >> 5, fieldOf(i), 7);
         if (fine) c |= fbc::putField(q >> 4, kExtBit[i >> 1], 1);
     }
     return c;
 }
 
-void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
+namespace {
+
+// kCount instantiates the decoder's counting of cover points.
+template <bool kCount>
+void decodeTruncateWith(const Compression1x8& c, fbc::BlockCode code, int* out) {
     // The decoder takes the extension from its own register, not from the bits.
-    const bool ext = reg_tr_ext_en != 0;
+    const bool ext = c.reg_tr_ext_en != 0;
     const int sel = static_cast<int>(fbc::getField(code, 60, 1));
+    fbc::Coverage* const cov = c.coverage;
     for (int i = 0; i < 8; ++i) {
         int t = static_cast<int>(fbc::getField(code, fieldOf(i), 7));
         int shift = 4;
@@ -62,9 +75,37 @@ void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
             shift = 3;
         }
         int r = 1;
-        if (reg_comp_de_tr_round_md != 0 || (reg_comp_de_tr_round_zero != 0 && t == 0)) r = 0;
+        if (c.reg_comp_de_tr_round_md != 0 || (c.reg_comp_de_tr_round_zero != 0 && t == 0)) r = 0;
         out[i] = (2 * t + r) << shift;
+        if (kCount) {
+            fbc::cover(cov, r == 1                         ? fbc::kCoverDecTruncMid
+                                 : c.reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecTruncBottom
+                                                                : fbc::kCoverDecTruncZero);
+        }
     }
+}
+
+}  // namespace
+
+void Compression1x8::decodeTruncate(fbc::BlockCode code, int* out) const {
+    if (coverage)
+        decodeTruncateWith<true>(*this, code, out);
+    else
+        decodeTruncateWith<false>(*this, code, out);
+}
+
+int fbc::layout::truncateFields(BlockCode, CodeField* f) {
+    int n = 0;
+    f[n++] = {"prefix", -1, 62, 2, false};
+    f[n++] = {"zero", -1, 61, 1, false};
+    f[n++] = {"sel", -1, 60, 1, false};
+    f[n++] = {"ext", 0, kExtBit[0], 1, false};
+    f[n++] = {"ext", 1, kExtBit[1], 1, false};
+    for (int i = 0; i < 7; ++i) f[n++] = {"t", i, fieldOf(i), 7, false};
+    f[n++] = {"ext", 2, kExtBit[2], 1, false};
+    f[n++] = {"ext", 3, kExtBit[3], 1, false};
+    f[n++] = {"t", 7, fieldOf(7), 7, false};
+    return n;
 }
 
 void Compression1x8::encodeTruncate(int* p, bool* code, bool parity) {

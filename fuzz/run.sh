@@ -41,7 +41,7 @@ for t in $targets; do
   [ -d "fuzz/regressions/$t" ] && seeds+=("fuzz/regressions/$t")
   echo "== fuzz $t (${seconds}s)"
   # One process per target (no -fork): the run stops at the first finding, with exact statistics.
-  "$build/fuzz_$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=256 -max_len=8192 \
+  "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=256 -max_len=8192 \
     -print_final_stats=1 -artifact_prefix="$dir/artifacts/" "${dict[@]}" \
     "$dir/corpus" "${seeds[@]}" >"$dir/log" 2>&1 || true
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$dir/log" | tail -n1)

@@ -14,6 +14,7 @@
 #include "codec/Compression1x8.h"
 #include "image/Frame.h"
 #include "image/Picture.h"
+#include "image/Png.h"
 
 namespace fbc::cli {
 
@@ -319,7 +320,7 @@ Frame readInputImage(const std::string& path, const Args& args) {
   checkInputFile(path);
   Frame frame(Frame::CS_RAW, CFA_RGGB, 12, RGBIR_NONE);
   std::string error;
-  if (!loadPicture(path, options, frame, error)) inputError(error);
+  if (!loadPictureOrPng(path, options, frame, error)) inputError(error);
   if ((width != 0 && width != frame.width) || (height != 0 && height != frame.height)) {
     inputError(path + ": picture is " + std::to_string(frame.width) + "x" + std::to_string(frame.height) +
                ", but --width/--height give " + std::to_string(width != 0 ? width : frame.width) + "x" +

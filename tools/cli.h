@@ -175,19 +175,21 @@ class ScratchDir {
 };
 
 // The input pictures readInputImage takes, for the help of the commands that read one.
-#define FBC_INPUT_PICTURE_HELP                                                                  \
-  "IN is a .ppm (colour, sampled into the Bayer mosaic of --cfa), a .pgm (grey) or a .raw\n"     \
-  "(W x H little-endian 16-bit words: plain samples 0..4095, or by --raw-mode 0 nibble-\n"      \
-  "rotated, 1 upper 12 bits, 2 byte-swapped upper 12 bits, 3 as stored, 4 packed 10-bit).\n"  \
-  "Pictures are scaled to 12 bits and take their size from their header; --width and\n"      \
-  "--height are then optional and must agree with it. A picture holds at most 2^28 samples\n"  \
-  "and 65536 on a side: 2^28 pixels of a .pgm or .raw, a third as many of a .ppm (three\n"      \
+#define FBC_INPUT_PICTURE_HELP                                                                   \
+  "IN is a .png (grey as a .pgm, colour as a .ppm; 8 or 16 bits), a .ppm (colour, sampled into\n" \
+  "the Bayer mosaic of --cfa), a .pgm (grey) or a .raw (W x H little-endian 16-bit words: plain\n" \
+  "samples 0..4095, or by --raw-mode 0 nibble-rotated, 1 upper 12 bits, 2 byte-swapped upper\n"   \
+  "12 bits, 3 as stored, 4 packed 10-bit).\n"                                                     \
+  "Pictures are scaled to 12 bits and take their size from their header; --width and\n"          \
+  "--height are then optional and must agree with it. A picture holds at most 2^28 samples\n"    \
+  "and 65536 on a side: 2^28 pixels of a .pgm or .raw, a third as many of a .ppm (three\n"        \
   "samples per pixel)."
 
 // Fails with an input Error unless `path` opens and is a regular file.
 void checkInputFile(const std::string& path);
 
 // The one reader of input images, by extension; returns a 12-bit CS_RAW frame.
+//   .png  grey as .pgm, colour (RGB or palette; alpha ignored) as .ppm
 //   .ppm  colour picture scaled to 12 bits and sampled into the Bayer mosaic of --cfa
 //   .pgm  grey picture scaled to 12 bits
 //   .raw  --width x --height 16-bit little-endian words unpacked by --raw-mode; without it

@@ -2,6 +2,7 @@
 #include "codec/Compression1x8.h"
 #include "image/Frame.h"
 #include "image/Picture.h"
+#include "image/Png.h"
 #include "tools/cli.h"
 #include "tools/commands.h"
 
@@ -16,6 +17,7 @@ const CommandSpec kSpec{
     "'fbc encode') with the registers at their defaults, or as --params and --set give them.\n"
     "The decoded values, each the 12-bit value times 16, go to OUT by its extension:\n"
     "  .raw  W x H little-endian 16-bit values\n"
+    "  .png  a 16-bit grey PNG of the values\n"
     "  .pgm  a 16-bit grey picture of the values\n"
     "  .ppm  a 16-bit colour picture: the values as a Bayer mosaic of --cfa, demosaiced\n"
     "  -     standard output, as .raw\n"
@@ -33,8 +35,8 @@ int runDecode(const Words& argv) {
   const int cfa = cfaOption(args);
   const std::string& outPath = args.positional()[1];
   const std::string type = outPath == "-" ? ".raw" : pictureExtension(outPath);
-  if (type != ".raw" && type != ".pgm" && type != ".ppm") {
-    usageError(outPath + ": unknown output type \"" + type + "\" (expected .raw, .pgm or .ppm)");
+  if (type != ".raw" && type != ".png" && type != ".pgm" && type != ".ppm") {
+    usageError(outPath + ": unknown output type \"" + type + "\" (expected .raw, .png, .pgm or .ppm)");
   }
   refuseOverwritingInputs(inputFiles(args, args.positional()[0]), {outPath});
   Compression1x8 codec("FBC", false);
@@ -51,7 +53,9 @@ int runDecode(const Words& argv) {
   Frame decoded(size.width, size.height, Frame::CS_RAW, 16);
   codec.DecompressFrame(compressed, decoded, 0);
 
-  if (type == ".pgm") {
+  if (type == ".png") {
+    out.write(pngGreyBytes(decoded, 65535));
+  } else if (type == ".pgm") {
     out.write(pgmBytes(decoded, 65535));
   } else if (type == ".ppm") {
     // The filters run on the 16-bit values, so the picture keeps their full precision.

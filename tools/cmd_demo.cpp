@@ -16,14 +16,15 @@ namespace {
 
 const CommandSpec kSpec{
     "demo",
-    "[--out DIR]",
+    "[--out DIR] [--format png|pnm]",
     "Generates a deterministic 640x480 12-bit test chart (gradients, flat areas, text-like\n"
     "strokes, hard edges with flat runs at block ends, texture and noise), compresses and\n"
     "decompresses it with the registers at their defaults, and reports the blocks per mode,\n"
-    "the PSNR, the largest error and the throughput. Writes the chart (chart.pgm), the decoded\n"
-    "image (decoded.pgm), a mode map (modes.ppm) and an error map (errors.ppm: the absolute\n"
-    "error of each pixel as heat) into DIR, default fbc-demo/.",
-    {{"out", "DIR", "output directory, default fbc-demo"}},
+    "the PSNR, the largest error and the throughput. Writes the chart (chart.png), the decoded\n"
+    "image (decoded.png), a mode map (modes.png) and an error map (errors.png: the absolute\n"
+    "error of each pixel as heat) into DIR, default fbc-demo/; with --format pnm as .pgm\n"
+    "(grey) and .ppm (colour) pictures instead.",
+    {{"out", "DIR", "output directory, default fbc-demo"}, kOptFormat},
     0,
     0};
 
@@ -142,6 +143,7 @@ int runDemo(const Words& argv) {
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
   const std::string dir = args.has("out") ? args.value("out") : "fbc-demo";
   if (dir.empty()) usageError("--out: empty directory name");
+  const PictureFormat format = pictureFormatOption(args);
   checkOutputDirectory(dir);
 
   Compression1x8 codec("FBC", false);
@@ -151,7 +153,7 @@ int runDemo(const Words& argv) {
   const RoundTrip rt = runRoundTrip(codec, chart, 0);
   printReport(std::cout, "test chart", chart, rt);
   ensureDirectory(dir);
-  writePictures(std::cout, dir, "chart.pgm", chart, rt, kNotBayer);
+  writePictures(std::cout, dir, "chart", chart, rt, kNotBayer, format);
   return kExitOk;
 }
 

@@ -20,13 +20,17 @@
 #include <vector>
 
 #include "codec/Compression1x8.h"
+#include "codec/Coverage.h"
 #include "config/IniAccess.h"
 #include "config/IniFileIO.h"
 #include "image/Frame.h"
 #include "image/Picture.h"
+#include "image/Png.h"
 #include "tools/cli.h"
 #include "tools/codec_config.h"
 #include "tools/commands.h"
+#include "tools/coverage_file.h"
+#include "tools/random_tests.h"
 
 namespace fbc::cli {
 
@@ -36,9 +40,12 @@ namespace fs = std::filesystem;
 
 const CommandSpec kSpec{
     "random",
-    "--count N --seed S --outdir DIR [--settings FILE.ini] [--images DIR] [--registers FILE]",
+    "--count N --seed S --outdir DIR [--shard K/N] [--coverage] [--settings FILE.ini] [--images DIR]\n"
+    "       [--registers FILE]\n"
+    "       fbc random report DIR [--count N]\n"
+    "       fbc random check DIR [--fbc-like CMD]",
     "Generates N random regression tests into DIR/test_0000 ... Each test draws the block's\n"
-    "parameters and an input picture (a random crop of a .ppm or .pgm picture from --images,\n"
+    "parameters and an input picture (a random crop of a .png, .ppm or .pgm picture from --images,\n"
     "else a generated one), runs the block on it for every frame at golden-dump level 1 and\n"
     "holds params.ini, input.raw, the golden files of each frame and run.sh, the 'fbc golden'\n"
     "command that writes the same golden files again. A disabled block passes frames through\n"
@@ -46,6 +53,11 @@ const CommandSpec kSpec{
     "hold other files, but none of the test directories this run writes: a run never mixes its\n"
     "tests with older ones. A test appears only when complete; an interrupted run removes the\n"
     "one it was writing, and a closed standard output ends the run there (status 0).\n\n"
+    "A test's seed, size and registers depend only on --seed and its index i: --shard K/N\n"
+    "writes only the tests with i mod N = K, so N shards written into one DIR (at the same\n"
+    "time, on as many machines) make the same tree as one run. --coverage writes each test's\n"
+    "cover-point counts to coverage.json. 'fbc random report' summarises a tree, 'fbc random\n"
+    "check' re-runs its tests (see 'fbc random report --help', 'fbc random check --help').\n\n"
     "Settings, section [GlobalControl] of --settings (every key optional):\n"
     "  width_min, width_max    picture width range, 1..4096, default 8..256\n"
     "  height_min, height_max  picture height range, 1..4096, default 1..32\n"
@@ -59,8 +71,10 @@ const CommandSpec kSpec{
     {{"count", "N", "number of tests, 1..100000"},
      {"seed", "S", "master seed, 0..4294967295"},
      {"outdir", "DIR", "directory of the tests (created if missing)"},
+     {"shard", "K/N", "write only the tests whose index i has i mod N = K"},
+     {"coverage", nullptr, "write each test's cover-point counts to coverage.json"},
      {"settings", "FILE.ini", "generator settings, section [GlobalControl]"},
-     {"images", "DIR", "pictures (.ppm, .pgm) to crop inputs from"},
+     {"images", "DIR", "pictures (.png, .ppm, .pgm) to crop inputs from"},
      kOptRegisters},
     0,
     0};
@@ -148,7 +162,7 @@ Settings readSettings(const std::string& path) {
   return s;
 }
 
-// The pictures of --images: .ppm and .pgm files, in name order so that draws are reproducible.
+// The pictures of --images: .png, .ppm and .pgm files, in name order so that draws are reproducible.
 std::vector<std::string> listPictures(const std::string& dir) {
   std::error_code ec;
   if (!fs::is_directory(dir, ec)) inputError(dir + ": not a directory");
@@ -156,15 +170,17 @@ std::vector<std::string> listPictures(const std::string& dir) {
   for (const auto& entry : fs::directory_iterator(dir, ec)) {
     std::string ext = entry.path().extension().string();
     std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-    if ((ext == ".ppm" || ext == ".pgm") && entry.is_regular_file(ec)) pictures.push_back(entry.path().string());
+    if ((ext == ".png" || ext == ".ppm" || ext == ".pgm") && entry.is_regular_file(ec)) pictures.push_back(entry.path().string());
   }
   if (ec) inputError(dir + ": cannot list: " + ec.message());
-  if (pictures.empty()) inputError(dir + ": no .ppm or .pgm pictures");
+  if (pictures.empty()) inputError(dir + ": no .png, .ppm or .pgm pictures");
   std::sort(pictures.begin(), pictures.end());
   return pictures;
 }
 
 int clamp12(int v) { return std::min(4095, std::max(0, v)); }
+
+}  // namespace
 
 // A synthetic 12-bit picture made to reach every mode: runs of 1..16 pixels that are flat,
 // ramps, low or full-range noise, or alternating extremes, and rows that repeat the one above
@@ -199,6 +215,8 @@ Frame generatePicture(int width, int height) {
   return f;
 }
 
+namespace {
+
 std::string raw16(const Frame& f) {
   std::string bytes;
   bytes.reserve(f.size() * 2);
@@ -209,22 +227,12 @@ std::string raw16(const Frame& f) {
   return bytes;
 }
 
-struct TestCase {
-  int index = 0;
-  unsigned int seed = 0;
-  bool enabled = false;
-  int width = 0;
-  int height = 0;
-  int cfa = 0;
-  std::string source;  // "generated" or "crop of NAME at (x, y)"
-};
-
 // `registers` is the absolute path of the --registers map, empty for the built-in one.
-std::string runScript(const TestCase& t, unsigned int masterSeed, int frames, const std::string& registers) {
+std::string runScript(const TestCase& t, int frames, const std::string& registers) {
   char head[512];
   std::snprintf(head, sizeof head,
                 "#!/bin/sh\n"
-                "# fbc random --seed %u, test %04d (test seed %u): %dx%d pixels, CFA %d, block %s,\n"
+                "# %s: %dx%d pixels, CFA %d, block %s,\n"
                 "# %d frame%s, input %s.\n"
                 "# Writes the golden files of this test again into OUTDIR (default: rerun; a relative\n"
                 "# OUTDIR is taken from this directory); they equal the ones here byte for byte.\n"
@@ -232,7 +240,7 @@ std::string runScript(const TestCase& t, unsigned int masterSeed, int frames, co
                 "set -e\n"
                 "cd \"$(dirname \"$0\")\"\n"
                 "out=\"${1:-rerun}\"\n",
-                masterSeed, t.index, t.seed, t.width, t.height, t.cfa, t.enabled ? "enabled" : "disabled", frames,
+                t.origin.c_str(), t.width, t.height, t.cfa, t.enabled ? "enabled" : "disabled", frames,
                 frames == 1 ? "" : "s", t.source.c_str());
   std::string text = head;
   std::string mapOption;
@@ -260,12 +268,12 @@ std::string testName(int index) {
 }
 
 // The tests a run writes must not exist yet, so that an output directory never holds tests of
-// two runs. Only this run's own test directories are looked at: several runs that split one
-// set of tests between them share an output directory.
-void refuseExistingTests(const std::string& outdir, int first, int count) {
+// two runs. Only this run's own test directories are looked at (indices first, first + step, ...
+// below end): the shards of one set of tests share an output directory.
+void refuseExistingTests(const std::string& outdir, int first, int end, int step) {
   std::error_code ec;
   if (!fs::exists(outdir, ec)) return;
-  for (int i = first; i < first + count; ++i) {
+  for (int i = first; i < end; i += step) {
     const fs::path test = fs::path(outdir) / testName(i);
     if (fs::exists(fs::symlink_status(test, ec))) {
       usageError(test.string() + ": already exists; a run writes only new tests (remove it or choose another --outdir)");
@@ -306,12 +314,85 @@ class Progress {
   bool terminal_;
 };
 
+// --shard K/N: this run writes the tests with index i mod N = K; N = 1 (K = 0) when absent.
+struct Shard {
+  int index = 0;
+  int count = 1;
+};
+
+Shard shardOption(const Args& args) {
+  Shard shard;
+  if (!args.has("shard")) return shard;
+  const std::string& text = args.value("shard");
+  const std::size_t slash = text.find('/');
+  const auto number = [&](const std::string& word, long long& v) {
+    if (word.empty() || word.size() > 6 || word.find_first_not_of("0123456789") != std::string::npos) return false;
+    v = std::stoll(word);
+    return true;
+  };
+  long long k = 0, n = 0;
+  if (slash == std::string::npos || !number(text.substr(0, slash), k) || !number(text.substr(slash + 1), n)) {
+    usageError("--shard: '" + text + "' is not K/N (two integers, 0 <= K < N)");
+  }
+  if (n < 1 || n > 100000 || k >= n) {
+    usageError("--shard: " + text + " is out of range (0 <= K < N <= 100000)");
+  }
+  shard.index = static_cast<int>(k);
+  shard.count = static_cast<int>(n);
+  return shard;
+}
+
 }  // namespace
 
+void writeTest(const std::string& outdir, const TestCase& t, Compression1x8& drawn, RegisterTable& regs,
+               Frame& input, TGlobalParam& global, const std::string& registersPath, bool wantCoverage) {
+  // The test is built in a private directory and renamed into place when complete. The block
+  // that runs is loaded from the written parameter file, so the file reproduces the run
+  // exactly (a drawn curve whose keys are bound twice keeps only what the file holds).
+  const std::string name = testName(t.index);
+  const fs::path target = fs::path(outdir) / name;
+  const ScratchDir scratch(outdir);
+  writeParamFile(drawn, regs, scratch.file("params.ini"));
+  writeFileAtomic(scratch.file("input.raw"), raw16(input));
+
+  Compression1x8 codec("FBC", false);
+  loadRegisters(codec, regs, scratch.file("params.ini"), {});
+  codec.m_dumpLevel = 1;
+  codec.m_outputDir = scratch.path();
+  fbc::Coverage coverage;
+  if (wantCoverage) codec.coverage = &coverage;
+  global.width = t.width;
+  global.height = t.height;
+  global.cfa = t.cfa;
+  const int frames = global.frameCount;
+  for (int f = 0; f < frames; ++f) {
+    global.frameIndex = f;
+    std::vector<Frame*> in{&input}, out;
+    codec.allocateOutputFrame(in, out);
+    const std::unique_ptr<Frame> output(out[0]);
+    // Frame dumps of the run cycle stay off (index 0): the golden files are the block's own.
+    if (!codec.run(in, out, global, scratch.path(), 0)) failure(name + ": the block failed");
+  }
+  if (wantCoverage) writeFileAtomic(scratch.file("coverage.json"), coverageJson(coverage));
+  const std::string script = scratch.file("run.sh");
+  writeFileAtomic(script, runScript(t, frames, registersPath));
+  ::chmod(script.c_str(), 0755);
+
+  // mkdtemp made the directory for its owner only; give it a normal directory's permissions.
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  ::chmod(scratch.path().c_str(), 0777 & ~mask);
+  placeTest(scratch.path(), target);
+}
+
 int runRandom(const Words& argv) {
+  if (!argv.empty() && argv[0] == "report") return runRandomReport(Words(argv.begin() + 1, argv.end()));
+  if (!argv.empty() && argv[0] == "check") return runRandomCheck(Words(argv.begin() + 1, argv.end()));
   Args args;
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
   const int count = static_cast<int>(args.requiredInteger("count", 1, 100000));
+  const Shard shard = shardOption(args);
+  const bool wantCoverage = args.has("coverage");
   const auto masterSeed = static_cast<unsigned int>(args.requiredInteger("seed", 0, 0xFFFFFFFFLL));
   const std::string outdir = args.value("outdir");
   if (outdir.empty()) usageError("--outdir: empty directory name");
@@ -325,21 +406,23 @@ int runRandom(const Words& argv) {
   const int frames = settings["frames"];
 
   checkOutputDirectory(outdir);
-  refuseExistingTests(outdir, 0, count);
+  refuseExistingTests(outdir, shard.index, count, shard.count);
   ensureDirectory(outdir);
   std::cout << "seed " << masterSeed << '\n';
   flushStandardOutput();
   RegisterTable& regs = registerMap.table();
   std::map<std::pair<std::string, int>, Frame> loaded;  // pictures by path and Bayer layout
   std::mt19937 master(masterSeed);
-  Progress progress(count);
-  int enabledTests = 0, cropped = 0;
+  const int shardTests = count / shard.count + (shard.index < count % shard.count ? 1 : 0);
+  Progress progress(shardTests);
+  int written = 0, enabledTests = 0, cropped = 0;
   long long pixels = 0;
 
   for (int i = 0; i < count; ++i) {
     TestCase t;
     t.index = i;
     t.seed = static_cast<unsigned int>(master());
+    if (i % shard.count != shard.index) continue;
     setRandSeed(t.seed);
 
     // Parameters first, then the block's own rules, then the enable chance of the settings.
@@ -369,7 +452,7 @@ int runRandom(const Words& argv) {
         options.cfa = t.cfa;
         Frame picture;
         std::string error;
-        if (!loadPicture(path, options, picture, error)) inputError(error);
+        if (!loadPictureOrPng(path, options, picture, error)) inputError(error);
         it = loaded.emplace(std::make_pair(path, t.cfa), std::move(picture)).first;
       }
       const Frame& picture = it->second;
@@ -390,49 +473,19 @@ int runRandom(const Words& argv) {
       t.source = "generated";
     }
 
-    // The test is built in a private directory and renamed into place when complete. The block
-    // that runs is loaded from the written parameter file, so the file reproduces the run
-    // exactly (a drawn curve whose keys are bound twice keeps only what the file holds).
-    const std::string name = testName(i);
-    const fs::path target = fs::path(outdir) / name;
-    {
-      const ScratchDir scratch(outdir);
-      writeParamFile(drawn, regs, scratch.file("params.ini"));
-      writeFileAtomic(scratch.file("input.raw"), raw16(input));
-
-      Compression1x8 codec("FBC", false);
-      loadRegisters(codec, regs, scratch.file("params.ini"), {});
-      codec.m_dumpLevel = 1;
-      codec.m_outputDir = scratch.path();
-      global.width = t.width;
-      global.height = t.height;
-      global.cfa = t.cfa;
-      for (int f = 0; f < frames; ++f) {
-        global.frameIndex = f;
-        std::vector<Frame*> in{&input}, out;
-        codec.allocateOutputFrame(in, out);
-        const std::unique_ptr<Frame> output(out[0]);
-        // Frame dumps of the run cycle stay off (index 0): the golden files are the block's own.
-        if (!codec.run(in, out, global, scratch.path(), 0)) failure(name + ": the block failed");
-      }
-      const std::string script = scratch.file("run.sh");
-      writeFileAtomic(script, runScript(t, masterSeed, frames, registersPath));
-      ::chmod(script.c_str(), 0755);
-
-      // mkdtemp made the directory for its owner only; give it a normal directory's permissions.
-      const mode_t mask = ::umask(0);
-      ::umask(mask);
-      ::chmod(scratch.path().c_str(), 0777 & ~mask);
-      placeTest(scratch.path(), target);
-    }
+    char origin[96];
+    std::snprintf(origin, sizeof origin, "fbc random --seed %u, test %04d (test seed %u)", masterSeed, i, t.seed);
+    t.origin = origin;
+    writeTest(outdir, t, drawn, regs, input, global, registersPath, wantCoverage);
     enabledTests += t.enabled ? 1 : 0;
     pixels += static_cast<long long>(t.width) * t.height * frames;
-    progress.step(i + 1, name + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
+    progress.step(++written, testName(i) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
                              ", CFA " + std::to_string(t.cfa) + ", block " + (t.enabled ? "enabled" : "disabled") +
                              ", " + t.source);
   }
-  std::cout << count << " test" << (count == 1 ? "" : "s") << " in " << outdir << ": " << enabledTests
-            << " with the block enabled, " << count - enabledTests << " disabled; " << cropped
+  std::cout << written << " test" << (written == 1 ? "" : "s");
+  if (shard.count > 1) std::cout << " of shard " << shard.index << '/' << shard.count;
+  std::cout << " in " << outdir << ": " << enabledTests << " with the block enabled, " << written - enabledTests << " disabled; " << cropped
             << " cropped from pictures; " << pixels << " pixels over " << frames << " frame"
             << (frames == 1 ? "" : "s") << " each\n";
   return kExitOk;

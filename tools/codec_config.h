@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "config/IniText.h"
+
 class Compression1x8;
 class RegisterTable;
 
@@ -68,15 +70,8 @@ std::string renderParams(Compression1x8& codec, RegisterTable& regs);
 // The same text written atomically to `path`.
 void writeParamFile(Compression1x8& codec, RegisterTable& regs, const std::string& path);
 
-// The first reason a file cannot be read as text by line-based readers: a NUL or other control
-// byte (tab, CR and LF are text), or a line longer than `maxLine` bytes without its terminator
-// (0: any length), which the INI reader would cut short in silence. `line` is 1-based; an empty
-// reason means none.
-struct TextProblem {
-  int line = 0;
-  std::string reason;
-};
-TextProblem checkTextFile(const std::string& path, std::size_t maxLine);
+using fbc::checkTextFile;
+using fbc::TextProblem;
 
 // The range errors of one array, one per element out of range, as a single line per parameter:
 // the first element's message followed by how many more there are.
@@ -90,10 +85,6 @@ void throwProblems(const std::string& object, const std::vector<std::string>& pr
 // the first of equally close ones.
 std::string nearestName(const std::string& word, const std::vector<std::string>& candidates);
 
-// A comma-separated list of integers, each decimal with an optional minus sign or "0x"
-// hexadecimal (also "0X" when `upperHex`), blanks around elements allowed. False on anything
-// else, with `error` naming the first offending element.
-bool parseIntegerList(const std::string& text, bool upperHex, std::vector<long long>& values,
-                      std::string& error);
+using fbc::parseIntegerList;
 
 }  // namespace fbc::cli

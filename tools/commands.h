@@ -19,5 +19,13 @@ int runSelftest(const Words& argv);
 int runParams(const Words& argv);
 int runRegs(const Words& argv);
 int runRandom(const Words& argv);
+int runTrace(const Words& argv);
+int runCompare(const Words& argv);
+int runFingerprint(const Words& argv);
+int runReport(const Words& argv);
+// 'fbc random report' and 'fbc random check', reached through runRandom.
+int runRandomReport(const Words& argv);
+int runRandomCheck(const Words& argv);
+int runCover(const Words& argv);
 
 }  // namespace fbc::cli

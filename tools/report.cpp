@@ -9,6 +9,7 @@
 
 #include "codec/Compression1x8.h"
 #include "image/Picture.h"
+#include "image/Png.h"
 #include "tools/cli.h"
 
 namespace fbc::cli {
@@ -73,6 +74,8 @@ std::string joinPath(const std::string& dir, const std::string& name) {
 }
 
 }  // namespace
+
+const unsigned char* modeColour(int mode) { return kModeColours[mode].rgb; }
 
 RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa) {
   RoundTrip rt;
@@ -139,34 +142,50 @@ void printReport(std::ostream& os, const std::string& what, const Frame& image, 
   os << line;
 }
 
-std::vector<std::string> picturePaths(const std::string& dir, const std::string& inputName, int cfa) {
+const OptionSpec kOptFormat{"format", "F", "picture files: png (default) or pnm (.pgm and .ppm)"};
+
+PictureFormat pictureFormatOption(const Args& args) {
+  if (!args.has("format") || args.value("format") == "png") return PictureFormat::kPng;
+  if (args.value("format") == "pnm") return PictureFormat::kPnm;
+  usageError("--format: '" + args.value("format") + "' is not png or pnm");
+}
+
+std::vector<std::string> picturePaths(const std::string& dir, const std::string& inputStem, int cfa,
+                                      PictureFormat format) {
+  const std::string grey = format == PictureFormat::kPng ? ".png" : ".pgm";
+  const std::string colour = format == PictureFormat::kPng ? ".png" : ".ppm";
   std::vector<std::string> paths;
-  for (const std::string& name : {inputName, std::string("decoded.pgm"), std::string("modes.ppm"),
-                                  std::string("errors.ppm"), std::string("compare.ppm")}) {
+  for (const std::string& name : {inputStem + grey, "decoded" + grey, "modes" + colour, "errors" + colour,
+                                  "compare" + colour}) {
     paths.push_back(joinPath(dir, name));
   }
   if (cfa < 0 || cfa > 3) paths.pop_back();
   return paths;
 }
 
-void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
-                   const Frame& image, const RoundTrip& rt, int cfa) {
+void writePictures(std::ostream& os, const std::string& dir, const std::string& inputStem,
+                   const Frame& image, const RoundTrip& rt, int cfa, PictureFormat format) {
   constexpr int kMax12 = 4095;
   constexpr int kComparisonGap = 8;  // black columns between the two pictures
-  const std::vector<std::string> paths = picturePaths(dir, inputName, cfa);
+  const bool png = format == PictureFormat::kPng;
+  const auto greyBytes = [png](const Frame& f) { return png ? pngGreyBytes(f, kMax12) : pgmBytes(f, kMax12); };
+  const auto colourBytes = [png](const RgbImage& i, int maxval) {
+    return png ? pngRgbBytes(i, maxval) : ppmBytes(i, maxval);
+  };
+  const std::vector<std::string> paths = picturePaths(dir, inputStem, cfa, format);
   const std::string& inputPath = paths[0];
   const std::string& decodedPath = paths[1];
   const std::string& modesPath = paths[2];
   const std::string& errorsPath = paths[3];
   const bool bayer = paths.size() == 5;
   const std::string comparePath = bayer ? paths[4] : std::string();
-  writeFileAtomic(inputPath, pgmBytes(image, kMax12));
-  writeFileAtomic(decodedPath, pgmBytes(rt.decoded, kMax12));
-  writeFileAtomic(modesPath, ppmBytes(modeMap(image.width, image.height, rt.blockModes), 255));
-  writeFileAtomic(errorsPath, ppmBytes(errorMap(image, rt.decoded, rt.maxError), 255));
+  writeFileAtomic(inputPath, greyBytes(image));
+  writeFileAtomic(decodedPath, greyBytes(rt.decoded));
+  writeFileAtomic(modesPath, colourBytes(modeMap(image.width, image.height, rt.blockModes), 255));
+  writeFileAtomic(errorsPath, colourBytes(errorMap(image, rt.decoded, rt.maxError), 255));
   if (bayer) {
     const RgbImage both = sideBySide(demosaiced(image, cfa), demosaiced(rt.decoded, cfa), kComparisonGap);
-    writeFileAtomic(comparePath, ppmBytes(both, kMax12));
+    writeFileAtomic(comparePath, colourBytes(both, kMax12));
   }
   os << "wrote: " << inputPath << ", " << decodedPath << ", " << modesPath << ", " << errorsPath
      << (bayer ? ", " + comparePath : std::string()) << "\nmode map:";

@@ -13,6 +13,11 @@
 class Compression1x8;
 
 namespace fbc::cli {
+class Args;
+struct OptionSpec;
+}  // namespace fbc::cli
+
+namespace fbc::cli {
 
 struct RoundTrip {
   std::array<long long, kModeCount> blocksPerMode{};
@@ -30,16 +35,29 @@ RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa);
 // encode and decode throughput.
 void printReport(std::ostream& os, const std::string& what, const Frame& image, const RoundTrip& rt);
 
+// The mode map's colour of a mode (RGB).
+const unsigned char* modeColour(int mode);
+
 // Bayer layout argument of writePictures for input that is not a colour mosaic.
 constexpr int kNotBayer = -1;
 
-// Writes DIR/<inputName> (the input, 16-bit PGM), DIR/decoded.pgm, DIR/modes.ppm (one colour
-// per mode), DIR/errors.ppm (the absolute error per pixel on a heat scale whose top is the
-// largest error) and, when `cfa` is a Bayer layout 0..3, DIR/compare.ppm (input and decoded
-// picture demosaiced, side by side). Prints the file names and how to read the maps.
-// The files writePictures writes, in its order.
-std::vector<std::string> picturePaths(const std::string& dir, const std::string& inputName, int cfa);
-void writePictures(std::ostream& os, const std::string& dir, const std::string& inputName,
-                   const Frame& image, const RoundTrip& rt, int cfa);
+// The pictures' file type: PNG (.png, the default) or Netpbm (.pgm grey, .ppm colour).
+enum class PictureFormat { kPng, kPnm };
+// --format png|pnm of the commands that write pictures.
+extern const OptionSpec kOptFormat;
+PictureFormat pictureFormatOption(const Args& args);
+
+// The files writePictures writes, in its order: DIR/<inputStem>, DIR/decoded, DIR/modes,
+// DIR/errors and, when `cfa` is a Bayer layout 0..3, DIR/compare, each with the extension of
+// `format` (.png; or .pgm for grey and .ppm for colour).
+std::vector<std::string> picturePaths(const std::string& dir, const std::string& inputStem, int cfa,
+                                      PictureFormat format);
+// Writes the input, the decoded picture, the mode map (one colour per mode), the error map (the
+// absolute error per pixel on a heat scale whose top is the largest error) and, for a Bayer
+// layout, the input and decoded pictures demosaiced side by side. The input, decoded and
+// comparison pictures hold 12-bit values (PNG: 16-bit samples with the 12 bits repeated below
+// them, PNM: maxval 4095), the maps 8-bit colours. Prints the file names and how to read the maps.
+void writePictures(std::ostream& os, const std::string& dir, const std::string& inputStem,
+                   const Frame& image, const RoundTrip& rt, int cfa, PictureFormat format);
 
 }  // namespace fbc::cli

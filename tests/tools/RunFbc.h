@@ -23,8 +23,7 @@ struct Outcome {
 // given, is a list of shell variable assignments ("TMPDIR=...") for the tool's environment.
 inline Outcome runFbc(const TempDir& dir, const std::string& args, const std::string& env = "") {
   const std::string outFile = dir.path() + ".out", errFile = dir.path() + ".err";
-  const std::string cmd = "cd '" + dir.path() + "' && " + env + (env.empty() ? "" : " ") + "'" FBC_BINARY_DIR
-                          "/fbc' " + args + " >'" + outFile + "' 2>'" + errFile + "'";
+  const std::string cmd = "cd '" + dir.path() + "' && " + env + (env.empty() ? "" : " ") + "'" FBC_TOOL "' " + args + " >'" + outFile + "' 2>'" + errFile + "'";
   const int raw = std::system(cmd.c_str());
   Outcome r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readBytes(outFile), readBytes(errFile)};
   std::filesystem::remove(outFile);

@@ -40,6 +40,7 @@ void writeInputs(const TempDir& dir) {
   writeBytes(dir.file("short.raw"), std::string(70, '\0'));
   writeBytes(dir.file("in.bin"), std::string(40, '\0'));
   writeBytes(dir.file("in.ppm"), "P6\n4 2\n255\n" + std::string(24, '\x10'));
+  writeBytes(dir.file("in.bmp"), "BM");
 }
 
 class CliError : public ::testing::TestWithParam<ErrorCase> {};
@@ -90,7 +91,7 @@ const ErrorCase kErrorCases[] = {
      "fbc encode: option --width given twice\n"},
     {"GoldenWithoutFrameIndex", "golden --width 12 --height 3 --outdir g in.raw",
      "fbc golden: missing required option --frame-index\n"},
-    {"DemoArgument", "demo extra", "fbc demo: expected 0 arguments, got 1 (usage: fbc demo [--out DIR])\n"},
+    {"DemoArgument", "demo extra", "fbc demo: expected 0 arguments, got 1 (usage: fbc demo [--out DIR] [--format png|pnm])\n"},
     {"UnknownCommand", "compress in.raw", "fbc: unknown command 'compress' (try 'fbc --help')\n"},
     {"NoCommand", "", "fbc: missing command (try 'fbc --help')\n"},
     {"RawNeedsSize", "encode --raw-mode 1 short.raw out.bin",
@@ -101,10 +102,13 @@ const ErrorCase kErrorCases[] = {
      "fbc roundtrip: --raw-mode: 5 is out of range 0..4\n"},
     {"RawModeOnPicture", "encode --raw-mode 1 in.ppm out.bin",
      "fbc encode: --raw-mode applies to .raw input only, not in.ppm\n"},
-    {"UnknownOutputType", "decode --width 12 --height 3 in.bin out.png",
-     "fbc decode: out.png: unknown output type \".png\" (expected .raw, .pgm or .ppm)\n"},
+    {"UnknownOutputType", "decode --width 12 --height 3 in.bin out.tif",
+     "fbc decode: out.tif: unknown output type \".tif\" (expected .raw, .png, .pgm or .ppm)\n"},
     {"OutputWithoutType", "decode --width 12 --height 3 in.bin out",
-     "fbc decode: out: unknown output type \"\" (expected .raw, .pgm or .ppm)\n"},
+     "fbc decode: out: unknown output type \"\" (expected .raw, .png, .pgm or .ppm)\n"},
+    {"UnknownInputType", "encode in.bmp out.bin",
+     "fbc encode: in.bmp: unknown picture type \".bmp\" (expected .png, .ppm, .pgm or .raw)\n"},
+    {"UnknownPictureFormat", "demo --format tiff", "fbc demo: --format: 'tiff' is not png or pnm\n"},
 };
 INSTANTIATE_TEST_SUITE_P(Fbc, CliError, ::testing::ValuesIn(kErrorCases),
                          [](const auto& test) { return std::string(test.param.name); });
@@ -207,7 +211,7 @@ TEST(Cli, HelpOnEveryLevelGoesToStandardOutput) {
 TEST(Cli, RoundtripReport) {
   const TempDir dir;
   writeBytes(dir.file("in.raw"), raw16({7, 7, 7, 7, 7, 7, 7, 7, 100, 100, 100, 100, 3000, 3000, 3000, 3000}));
-  const Outcome r = runFbc(dir, "roundtrip --width 8 --height 2 in.raw --out pics");
+  const Outcome r = runFbc(dir, "roundtrip --width 8 --height 2 in.raw --out pics --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string report = r.out.substr(0, r.out.find("throughput:"));
   EXPECT_EQ(report,
@@ -238,7 +242,7 @@ TEST(Cli, RoundtripReport) {
 
 TEST(Cli, DemoMakesEverySelectableModeWin) {
   const TempDir dir;
-  const Outcome r = runFbc(dir, "demo --out chart");
+  const Outcome r = runFbc(dir, "demo --out chart --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   for (const char* mode : {" 0 Hadamard ", " 2 MinMax ", " 3 DPCM ", " 4 Truncate ", " 5 Edge2 ", " 6 Edge3 ",
                            " 7 Edge4 ", " 8 Edge5 ", " 9 Edge6 ", "10 Edge7 "}) {

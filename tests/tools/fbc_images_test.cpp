@@ -122,7 +122,7 @@ TEST(RoundtripPictures, ExactInputGivesABlackErrorMapAndNoComparisonForGrey) {
   std::string body;
   for (int i = 0; i < 32; ++i) body += "18 ";  // 18 * 16 = 0x120, flat blocks coded exactly
   writeBytes(dir.file("in.pgm"), "P2\n16 2\n255\n" + body);
-  const Outcome r = runFbc(dir, "roundtrip in.pgm --out pics");
+  const Outcome r = runFbc(dir, "roundtrip in.pgm --out pics --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(listDir(dir.file("pics")),
             (std::set<std::string>{"input.pgm", "decoded.pgm", "modes.ppm", "errors.ppm"}));
@@ -140,7 +140,7 @@ TEST(RoundtripPictures, ErrorMapAndComparisonOfBayerInput) {
     rgb.push_back(static_cast<int>((state >> 8) & 0xFFF));
   }
   writeBytes(dir.file("noise.ppm"), "P6\n16 4\n4095\n" + be16(rgb));
-  const Outcome r = runFbc(dir, "roundtrip noise.ppm --cfa 1 --out pics");
+  const Outcome r = runFbc(dir, "roundtrip noise.ppm --cfa 1 --out pics --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   const std::size_t at = r.out.find("largest absolute error ");
   ASSERT_NE(at, std::string::npos) << r.out;
@@ -168,10 +168,10 @@ TEST(RoundtripPictures, ErrorMapAndComparisonOfBayerInput) {
 TEST(RoundtripPictures, RawInputIsBayerOnlyWithCfa) {
   const TempDir dir;
   writeBytes(dir.file("in.raw"), std::string(8 * 2 * 2, '\x01'));
-  Outcome r = runFbc(dir, "roundtrip --width 8 --height 2 in.raw --out grey");
+  Outcome r = runFbc(dir, "roundtrip --width 8 --height 2 in.raw --out grey --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_FALSE(fs::exists(dir.file("grey/compare.ppm")));
-  r = runFbc(dir, "roundtrip --width 8 --height 2 --cfa 0 in.raw --out bayer");
+  r = runFbc(dir, "roundtrip --width 8 --height 2 --cfa 0 in.raw --out bayer --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(fs::exists(dir.file("bayer/compare.ppm")));
 }
@@ -183,7 +183,7 @@ TEST(RoundtripPictures, RealPhotograph) {
     GTEST_SKIP() << "libjxl-testdata is not installed (" << photo << " is missing)";
   }
   const TempDir dir;
-  const Outcome r = runFbc(dir, "roundtrip '" + photo + "' --out pics");
+  const Outcome r = runFbc(dir, "roundtrip '" + photo + "' --out pics --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out.rfind(photo + ": 510x532, 271320 pixels in 34048 blocks of 1x8\n", 0), 0u) << r.out;
   EXPECT_EQ(readBytes(dir.file("pics/errors.ppm")).size(), 15 + 510u * 532 * 3);   // "P6\n510 532\n255\n"

@@ -41,7 +41,7 @@ void writeInputs(const TempDir& dir) {
 // Runs a bash script (no single quotes) in `dir`, with $FBC naming the tool; returns its status.
 int bash(const TempDir& dir, const std::string& script) {
   const std::string cmd =
-      "cd '" + dir.path() + "' && FBC='" FBC_BINARY_DIR "/fbc' bash -c '" + script + "'";
+      "cd '" + dir.path() + "' && FBC='" FBC_TOOL "' bash -c '" + script + "'";
   const int raw = std::system(cmd.c_str());
   return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
@@ -94,7 +94,7 @@ TEST_P(SignalCleanup, LeavesNoTemporary) {
     ::dup2(null, 1);
     ::dup2(null, 2);
     if (::chdir(dir.path().c_str()) != 0) ::_exit(127);
-    std::vector<char*> argv{const_cast<char*>(FBC_BINARY_DIR "/fbc")};
+    std::vector<char*> argv{const_cast<char*>(FBC_TOOL)};
     for (const std::string& a : GetParam().args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
     ::execv(argv[0], argv.data());
@@ -176,7 +176,7 @@ const ErrorCase kRefused[] = {
      "fbc encode: ./p.ini: is the input p.ini; refusing to overwrite it\n"},
     {"DecodeOverItsInput", "decode --width 16 --height 2 in.raw sub/../in.raw",
      "fbc decode: sub/../in.raw: is the input in.raw; refusing to overwrite it\n"},
-    {"RoundtripIntoItsFolder", "roundtrip decoded.pgm --out .",
+    {"RoundtripIntoItsFolder", "roundtrip decoded.pgm --out . --format pnm",
      "fbc roundtrip: ./decoded.pgm: is the input decoded.pgm; refusing to overwrite it\n"},
     {"GoldenOverItsInput",
      "golden --width 16 --height 2 --raw-mode 3 --frame-index 0 --outdir . fbc_com_input_0000.raw",
@@ -263,9 +263,9 @@ TEST(Outputs, ToolReadsMaximum256AsTwoBytesPerSample) {
   const TempDir dir;
   writeBytes(dir.file("g.pgm"), std::string("P5 2 1 256\n\x01\x00\x00\x80", 15));
   writeBytes(dir.file("c.ppm"), std::string("P6 1 1 256\n\x01\x00\x00\x80\x00\x00", 17));
-  ASSERT_EQ(runFbc(dir, "roundtrip g.pgm --out g").status, 0);
+  ASSERT_EQ(runFbc(dir, "roundtrip g.pgm --out g --format pnm").status, 0);
   EXPECT_EQ(readBytes(dir.file("g/input.pgm")), std::string("P5\n2 1\n4095\n\x0F\xF0\x07\xF8", 16));
-  ASSERT_EQ(runFbc(dir, "roundtrip c.ppm --out c").status, 0);  // RGGB: pixel (0, 0) is red
+  ASSERT_EQ(runFbc(dir, "roundtrip c.ppm --out c --format pnm").status, 0);  // RGGB: pixel (0, 0) is red
   EXPECT_EQ(readBytes(dir.file("c/input.pgm")), std::string("P5\n1 1\n4095\n\x0F\xF0", 14));
 }
 

@@ -58,7 +58,7 @@ TEST(Random, EveryTestRerunsThroughGolden) {
     EXPECT_NE(script.find("\"${FBC:-fbc}\" golden --params params.ini --width "), std::string::npos);
     EXPECT_NE(script.find(" --frame-index 1 --outdir \"$out\" input.raw\n"), std::string::npos);
 
-    const std::string cmd = "FBC='" FBC_BINARY_DIR "/fbc' sh '" + testDir + "/run.sh' '" + dir.file("rerun") +
+    const std::string cmd = "FBC='" FBC_TOOL "' sh '" + testDir + "/run.sh' '" + dir.file("rerun") +
                             "' >/dev/null";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     std::set<std::string> golden;
@@ -145,6 +145,123 @@ TEST(Random, ShippedSettingsAreTheDefaults) {
   const std::set<std::string> files = listTree(dir.file("a"));
   ASSERT_EQ(files, listTree(dir.file("b")));
   for (const std::string& f : files) EXPECT_EQ(readBytes(dir.file("a/" + f)), readBytes(dir.file("b/" + f))) << f;
+}
+
+}  // namespace
+
+namespace {
+
+using fbc::test::listTree;
+using fbc::test::Outcome;
+using fbc::test::readBytes;
+using fbc::test::runFbc;
+using fbc::test::TempDir;
+using fbc::test::writeBytes;
+
+const char kSmallTests[] = "[GlobalControl]\nwidth_max=20\nheight_max=2\nenable_percent=70\n";
+
+// N shards written into one folder, in any order, make the tree of one unsharded run.
+TEST(RandomShard, ShardsMakeTheUnshardedTree) {
+  const TempDir dir;
+  writeBytes(dir.file("s.ini"), kSmallTests);
+  ASSERT_EQ(runFbc(dir, "random --count 9 --seed 11 --outdir whole --settings s.ini").status, 0);
+  const std::set<std::string> files = listTree(dir.file("whole"));
+  for (const int n : {1, 3, 7}) {
+    SCOPED_TRACE(n);
+    const std::string out = "shards" + std::to_string(n);
+    for (int k = n - 1; k >= 0; --k) {
+      const Outcome r = runFbc(dir, "random --count 9 --seed 11 --outdir " + out + " --settings s.ini --shard " +
+                                        std::to_string(k) + "/" + std::to_string(n));
+      ASSERT_EQ(r.status, 0) << r.err;
+      if (n == 7 && k == 1) {
+        EXPECT_NE(r.out.find("\n2 tests of shard 1/7 in shards7: "), std::string::npos) << r.out;
+      }
+    }
+    ASSERT_EQ(listTree(dir.file(out)), files);
+    for (const std::string& f : files) {
+      EXPECT_EQ(readBytes(dir.file(out + "/" + f)), readBytes(dir.file("whole/" + f))) << f;
+    }
+  }
+}
+
+// Two tests by hand: 16x2 over two frames enabled, 8x1 disabled; indices 1 and 3 missing.
+TEST(RandomReport, CountsTestsSizesAndMissingIndices) {
+  const TempDir dir;
+  const std::string line = "\"${FBC:-fbc}\" golden --params params.ini --width ";
+  std::filesystem::create_directories(dir.file("t/test_0000"));
+  std::filesystem::create_directories(dir.file("t/test_0002"));
+  std::filesystem::create_directories(dir.file("t/notes"));
+  writeBytes(dir.file("t/test_0000/params.ini"), "[Enable]\nreg_fbc_en=1\n");
+  writeBytes(dir.file("t/test_0000/run.sh"), line + "16 --height 2 --frame-index 0\n" + line +
+                                                 "16 --height 2 --frame-index 1\n");
+  writeBytes(dir.file("t/test_0002/params.ini"), "[Enable]\nreg_fbc_en=0\n");
+  writeBytes(dir.file("t/test_0002/run.sh"), line + "8 --height 1 --frame-index 0\n");
+  const Outcome r = runFbc(dir, "random report t --count 4");
+  EXPECT_EQ(r.status, 1) << r.err;
+  EXPECT_EQ(r.out,
+            "t: 2 tests\n"
+            "block: 1 enabled, 1 disabled\n"
+            "sizes: width 8..16, height 1..2, 1..2 frames per test, 72 pixels in all\n"
+            "missing indices of 0..3: 2 (1, 3)\n");
+  EXPECT_NE(runFbc(dir, "random report t --count 1").out.find("\nindices beyond --count: 2\n"), std::string::npos);
+
+  // Coverage sums over the tests that hold it and counts the tests that hit each point.
+  writeBytes(dir.file("t/test_0000/coverage.json"), "{\"points\": {\"mode.dpcm\": 3}}");
+  writeBytes(dir.file("t/test_0002/coverage.json"), "{\"points\": {\"mode.minmax\": 1, \"mode.dpcm\": 4}}");
+  const Outcome summed = runFbc(dir, "random report t");
+  EXPECT_NE(summed.out.find("\ncoverage.json in 2 of 2 tests\n"), std::string::npos) << summed.out;
+  EXPECT_NE(summed.out.find("\n  mode.minmax                             1         1\n"
+                            "  mode.dpcm                               7         2\n"),
+            std::string::npos);
+  EXPECT_NE(summed.out.find("\nnever hit: "), std::string::npos);
+  writeBytes(dir.file("t/test_0002/coverage.json"), "{\"points\": {\"mode.dpcn\": 4}}");
+  EXPECT_EQ(runFbc(dir, "random report t").err,
+            "fbc random: t/test_0002/coverage.json: unknown cover point \"mode.dpcn\"\n");
+  EXPECT_EQ(runFbc(dir, "random report t/notes").err, "fbc random: t/notes: no tests (folders test_0000, test_0001, ...)\n");
+}
+
+TEST(RandomCheck, ListsEveryDifference) {
+  const TempDir dir;
+  writeBytes(dir.file("s.ini"), "[GlobalControl]\nwidth_max=20\nheight_max=2\n");
+  ASSERT_EQ(runFbc(dir, "random --count 2 --seed 3 --outdir t --settings s.ini").status, 0);
+  writeBytes(dir.file("same"), "#!/bin/sh\nexec '" FBC_BINARY_DIR "/fbc' \"$@\"\n");
+  std::filesystem::permissions(dir.file("same"), std::filesystem::perms::owner_all);
+  Outcome r = runFbc(dir, "random check t --fbc-like ./same");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "2 tests checked: 2 identical, 0 differ\n");
+
+  std::string dec = readBytes(dir.file("t/test_0001/fbc_golden_ref_dec_0000.txt"));
+  dec[5] ^= 1;
+  writeBytes(dir.file("t/test_0001/fbc_golden_ref_dec_0000.txt"), dec);
+  std::filesystem::remove(dir.file("t/test_0000/fbc_com_input_0000.raw"));
+  r = runFbc(dir, "random check t");
+  EXPECT_EQ(r.status, 1) << r.err;
+  EXPECT_EQ(r.out, "test_0000: fbc_com_input_0000.raw written, but the test has no such file\n"
+                   "test_0001: fbc_golden_ref_dec_0000.txt differs from byte 5 (sizes " +
+                       std::to_string(dec.size()) + " and " + std::to_string(dec.size()) + ")\n"
+                   "2 tests checked: 0 identical, 2 differ\n");
+  r = runFbc(dir, "random check t --fbc-like /bin/false");
+  EXPECT_EQ(r.out.rfind("test_0000: run.sh exited with status 1: ", 0), 0u) << r.out;
+  EXPECT_EQ(runFbc(dir, "random check t --fbc-like ./absent").status, 2);
+}
+
+// Each block is coded by exactly one encoder: over two tests of 2 rows of 2 blocks, the mode
+// points add up to 8. Counting changes no golden file.
+TEST(RandomCoverage, ModePointsCountEveryBlockOnce) {
+  const TempDir dir;
+  writeBytes(dir.file("s.ini"), "[GlobalControl]\nwidth_min=9\nwidth_max=16\nheight_min=2\nheight_max=2\nenable_percent=100\n");
+  ASSERT_EQ(runFbc(dir, "random --count 2 --seed 9 --outdir plain --settings s.ini").status, 0);
+  ASSERT_EQ(runFbc(dir, "random --count 2 --seed 9 --outdir counted --settings s.ini --coverage").status, 0);
+  for (const std::string& f : listTree(dir.file("plain"))) {
+    EXPECT_EQ(readBytes(dir.file("counted/" + f)), readBytes(dir.file("plain/" + f))) << f;
+  }
+  const Outcome r = runFbc(dir, "random report counted");
+  ASSERT_EQ(r.status, 0) << r.err;
+  long long blocks = 0;
+  for (std::size_t at = r.out.find("\n  mode."); at != std::string::npos; at = r.out.find("\n  mode.", at + 1)) {
+    blocks += std::stoll(r.out.substr(at + 32, 12));
+  }
+  EXPECT_EQ(blocks, 8);
 }
 
 }  // namespace
