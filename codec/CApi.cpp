@@ -454,7 +454,7 @@ int fbc_encode_block_checked(fbc_codec* c, const uint16_t pixels[8], int parity,
     }
     block[k] = pixels[k];
   }
-  c->codec.startFrame(8, c->frameIndex);
+  c->codec.startFrame(8, c->frameIndex);  // a frame one block wide
   *code = c->codec.encodeBlock(block, parity != 0);
   return FBC_OK;
 }

@@ -8,10 +8,12 @@
 extern "C" {
 #endif
 
+#ifndef FBC_EXPORT
 #if defined(__GNUC__)
 #define FBC_EXPORT __attribute__((visibility("default")))
 #else
 #define FBC_EXPORT
+#endif
 #endif
 
 // `compressed` holds `height` rows of `width` bytes: each run of 8 bytes starting at a multiple

@@ -46,8 +46,10 @@ extern "C" {
 #define FBC_ERR_VALUE (-5)   /* a malformed value, a wrong element count, a value out of range */
 #define FBC_ERR_ADDRESS (-6) /* an address the register map does not map */
 #define FBC_ERR_FILE (-7)    /* a parameter file that cannot be read or has no [FBC] section */
-#define FBC_ERR_STATE (-8)   /* a frame call on a disabled block (reg_fbc_en = 0) */
-#define FBC_ERR_NOMEM (-9)   /* out of memory */
+/* A frame call on a disabled block (reg_fbc_en = 0), whose frames would pass through uncoded;
+   block calls code regardless. */
+#define FBC_ERR_STATE (-8)
+#define FBC_ERR_NOMEM (-9) /* out of memory */
 
 typedef struct fbc_codec fbc_codec;
 
@@ -105,6 +107,7 @@ FBC_EXPORT void fbc_decode_block(const fbc_codec* c, uint64_t code, uint16_t pix
    reads the prefix alone. */
 FBC_EXPORT int fbc_code_mode(const fbc_codec* c, uint64_t code);
 
+/* Frame calls: width and height 0 do nothing; negative ones fail with FBC_ERR_SIZE. */
 /* Codes a frame of width x height pixels (CFA layout `cfa` 0..3: RGGB, GRBG, BGGR, GBRG) into
    height rows of (width + 7) & ~7 code bytes, as the frame driver codes frame `frame_index`;
    a short last block of a row is padded with zeros. */

@@ -12,6 +12,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "fbc/fbc.h"
@@ -111,7 +112,8 @@ TEST(CApiRegisters, WritingWhatFbcRegsListsReproducesTheParameterFile) {
       ASSERT_EQ(fbc_read_register(written.get(), address, &back), FBC_OK);
       EXPECT_EQ(back, value) << std::hex << address;
     }
-    EXPECT_EQ(registers, 65);  // 0x00..0x09, 0x10..0x1e, 0x20..0x27, 0x30..0x3f, 0x40..0x4f: 10+15+8+16+16
+    EXPECT_EQ(registers,
+              65);  // 0x00..0x09, 0x10..0x1e, 0x20..0x27, 0x30..0x3f, 0x40..0x4f: 10+15+8+16+16
     EXPECT_EQ(snapshot(written.get()), snapshot(loaded.get()));
   }
 }
@@ -238,6 +240,38 @@ TEST(CApiFrames, MatchTheToolAndTheBlockCalls) {
       const int tool = static_cast<uint8_t>(decoded[i]) | static_cast<uint8_t>(decoded[i + 1]) << 8;
       ASSERT_EQ(out[y * pixelStride + x] * 16, tool) << x << "," << y;
     }
+  }
+}
+
+// Separate codecs on separate threads share nothing (ThreadSanitizer watches this in CI).
+TEST(CApiThreads, SeparateCodecsGiveTheSingleThreadedResults) {
+  const int width = 64, height = 16;
+  const std::vector<uint16_t> px = picture(width, height, width);
+  const auto work = [&](std::vector<uint8_t>& codes, std::vector<uint16_t>& out) {
+    const Codec c = makeCodec();
+    codes.assign(size_t{width} * height, 0);
+    out.assign(px.size(), 0);
+    if (fbc_write_register(c.get(), 0x0001, 0x0201) != FBC_OK ||
+        fbc_encode_frame(c.get(), px.data(), width, width, height, 2, 1, codes.data(), width) !=
+            FBC_OK ||
+        fbc_decode_frame(c.get(), codes.data(), width, width, height, out.data(), width) !=
+            FBC_OK) {
+      codes.clear();
+    }
+  };
+  std::vector<uint8_t> codes;
+  std::vector<uint16_t> out;
+  work(codes, out);
+  ASSERT_FALSE(codes.empty());
+  std::vector<std::vector<uint8_t>> threadCodes(4);
+  std::vector<std::vector<uint16_t>> threadOut(4);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back(work, std::ref(threadCodes[t]), std::ref(threadOut[t]));
+  for (std::thread& t : threads) t.join();
+  for (int t = 0; t < 4; ++t) {
+    EXPECT_EQ(threadCodes[t], codes);
+    EXPECT_EQ(threadOut[t], out);
   }
 }
 

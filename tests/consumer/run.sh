@@ -56,6 +56,10 @@ echo "== pkg-config fbc in $prefix"
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix/lib" -maxdepth 3 -path '*/pkgconfig/fbc.pc' | head -n 1)")${PKG_CONFIG_PATH:+:$PKG_CONFIG_PATH}
 export PKG_CONFIG_PATH
 [ -z "$version" ] || [ "$(pkg-config --modversion fbc)" = "$version" ]
+for h in fbc.h FBC_dll.h; do
+  # shellcheck disable=SC2046
+  echo "#include <fbc/$h>" | "$CC" -std=c99 -Wall -Wextra -pedantic -Werror -fsyntax-only -x c - $(pkg-config --cflags fbc)
+done
 # shellcheck disable=SC2046
 "$CC" -std=c99 -Wall -Wextra -pedantic -Werror "$here/hello_fbc.c" $(pkg-config --cflags --libs fbc) -o "$work/pc_c"
 # shellcheck disable=SC2046

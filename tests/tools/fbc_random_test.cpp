@@ -224,7 +224,7 @@ TEST(RandomCheck, ListsEveryDifference) {
   const TempDir dir;
   writeBytes(dir.file("s.ini"), "[GlobalControl]\nwidth_max=20\nheight_max=2\n");
   ASSERT_EQ(runFbc(dir, "random --count 2 --seed 3 --outdir t --settings s.ini").status, 0);
-  writeBytes(dir.file("same"), "#!/bin/sh\nexec '" FBC_BINARY_DIR "/fbc' \"$@\"\n");
+  writeBytes(dir.file("same"), "#!/bin/sh\nexec '" FBC_TOOL "' \"$@\"\n");
   std::filesystem::permissions(dir.file("same"), std::filesystem::perms::owner_all);
   Outcome r = runFbc(dir, "random check t --fbc-like ./same");
   EXPECT_EQ(r.status, 0) << r.err;
