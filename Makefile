@@ -50,5 +50,6 @@ slurm-test: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS) --target fbc_cli
 	scripts/slurm/test-cluster.sh $(BUILD)/fbc
 
+# Every folder the targets above create: the build, the benchmark build and the fuzz build.
 clean:
-	rm -rf $(BUILD)
+	rm -rf $(BUILD) build-bench $(or $(FUZZ_BUILD),build-fuzz)

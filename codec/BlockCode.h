@@ -23,24 +23,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "codec/EdgeLayout.h"
+#include "codec/ModeLayout.h"
+
 namespace fbc {
 
 using BlockCode = std::uint64_t;
-
-enum Mode : int {
-  kModeHadamard = 0,
-  kModeCurve = 1,
-  kModeMinMax = 2,
-  kModeDpcm = 3,
-  kModeTruncate = 4,
-  kModeEdge2 = 5,
-  kModeEdge3 = 6,
-  kModeEdge4 = 7,
-  kModeEdge5 = 8,
-  kModeEdge6 = 9,
-  kModeEdge7 = 10,
-};
-constexpr int kModeCount = 11;
 
 // Short human names, indexed by mode number.
 extern const char* const kModeNames[kModeCount];
@@ -59,25 +47,31 @@ constexpr BlockCode putField(std::int64_t value, int lo, int width) {
   return (static_cast<BlockCode>(value) & ((BlockCode{1} << width) - 1)) << lo;
 }
 
-// The mode that a code's prefix names, from its top byte alone (every prefix is at most 8 bits).
+// The mode that a code's prefix names, from its top byte alone (every prefix is at most 8 bits),
+// built from the modes' layouts. The prefixes form a prefix code: every top byte names exactly
+// one mode, which `complete` records for the check below.
 struct PrefixTable {
   std::int8_t mode[256];
-  constexpr PrefixTable() : mode() {
-    for (int b = 0; b < 256; ++b) {
-      int m = kModeEdge7;  // 10111110
-      if (!(b & 0x80)) m = kModeHadamard;
-      else if (b & 0x40) m = kModeTruncate;
-      else if (!(b & 0x20)) m = (b & 0x10) ? kModeDpcm : kModeEdge3;
-      else if (!(b & 0x10)) m = kModeEdge2;
-      else if (!(b & 0x08)) m = kModeEdge4;
-      else if ((b & 0x07) == 0x07) m = kModeMinMax;
-      else if (!(b & 0x04)) m = kModeEdge5;
-      else if (!(b & 0x02)) m = kModeEdge6;
-      mode[b] = static_cast<std::int8_t>(m);
-    }
+  bool complete;
+  constexpr PrefixTable() : mode(), complete(true) {
+    int claims[256] = {};
+    const auto claim = [&](Prefix p, int m) {
+      for (int b = 0; b < 256; ++b) {
+        if ((b >> (p.lo - 56)) != p.value) continue;
+        mode[b] = static_cast<std::int8_t>(m);
+        ++claims[b];
+      }
+    };
+    claim(kHadamardLayout.prefix, kModeHadamard);
+    claim(kTruncateLayout.prefix, kModeTruncate);
+    claim(kMinMaxLayout.prefix, kModeMinMax);
+    claim(kDpcmLayout.prefix, kModeDpcm);
+    for (int k = 0; k < 6; ++k) claim({kEdgeLayouts[k].prefix, kEdgeLayouts[k].prefixLo}, kModeEdge2 + k);
+    for (int c : claims) complete = complete && c == 1;
   }
 };
 inline constexpr PrefixTable kPrefixTable{};
+static_assert(kPrefixTable.complete, "the mode prefixes name every top byte exactly once");
 
 constexpr int modeOfCode(BlockCode code) { return kPrefixTable.mode[code >> 56]; }
 

@@ -5,9 +5,11 @@
 // bool* entry points keep the block's 64-element interface and are thin adapters over it.
 // Each mode lives in one source file with its layout, cost, encoder and decoder together:
 // Hadamard.cpp, MinMaxDpcm.cpp, Truncate.cpp, Curve.cpp, Edge.cpp; selection in ModeSelect.cpp,
-// frame drivers and golden files in FrameDriver.cpp.
+// frame drivers and golden files in FrameDriver.cpp. The numbers a layout or selection order
+// consists of are constexpr tables (ModeLayout.h, EdgeLayout.h) that the vector kernels read too.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,21 @@
 #include "framework/IPBase.h"
 
 class Frame;
+
+namespace fbc {
+
+// A mode's errors over a block: their sum (the SAD the block keeps for reports) and the largest,
+// which is the cost selection reads.
+struct ErrorTally {
+    int sad = 0;
+    int maxErr = 0;
+    void add(int e) {
+        sad += e;
+        maxErr = e > maxErr ? e : maxErr;
+    }
+};
+
+}  // namespace fbc
 
 class Compression1x8 : public IPBase {
 public:
@@ -67,6 +84,11 @@ public:
     void encodeDPCM(int* p, bool* code);
     static void decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* cov = nullptr);
     void decodeDPCM(bool* code, int* out);
+    // The largest step exponent DPCM may use, the rounder row (0 or 1) and its rounder for a
+    // step exponent.
+    int dpcmMaxShift() const;
+    int dpcmRounderRow() const;
+    int dpcmRounder(int shift) const;
 
     // --- Truncate ---------------------------------------------------------------------------
     void CalculateTruncateSAD(const int* p, bool parity);
@@ -74,11 +96,23 @@ public:
     void encodeTruncate(int* p, bool* code, bool parity);
     void decodeTruncate(fbc::BlockCode code, int* out) const;
     void decodeTruncate(bool* code, int* out);
+    // The truncation shared with the edge members' coarse pixels, for a pixel that drops `drop`
+    // low bits: which pixels of a row keep one bit more, the encoder's rounding, the cost of a
+    // mid-interval reconstruction, and the reconstruction of a kept field t (its offset within
+    // the interval depends on t only through t == 0).
+    int truncationSelect(bool parity) const;
+    bool truncationFine(int pixel, int sel) const;
+    int truncationRounded(int v, int drop) const;
+    static int truncationError(int v, int drop);
+    int truncationOffset(int t, int drop) const;
+    int untruncate(int t, int drop) const;
 
     // --- Curve ------------------------------------------------------------------------------
     int curveCompress(int x) const;
     int curveUncompress(int y) const;
     fbc::BlockCode encodeCurve(const int* p) const;
+    // The code of eight curve values: byte i is pixel i's.
+    static fbc::BlockCode packCurve(const std::uint8_t* values);
     void encodeCurve(int* p, bool* code);
     void decodeCurve(fbc::BlockCode code, int* out) const;
     void decodeCurve(bool* code, int* out);
@@ -199,6 +233,11 @@ public:
     EdgeResult Edge[6];
     EdgeResult& edge(int member) { return Edge[member - 2]; }
     const EdgeResult& edge(int member) const { return Edge[member - 2]; }
+
+    // The number selection reports for a winning mode under reg_mode_definition (curve aside),
+    // and the encoder encodeSelected runs for a selected number.
+    int remapMode(int mode) const;
+    static int encoderOf(int selected);
 
     // The cost that mode selection sees for a mode (4095 for curve and for numbers that name no
     // mode, which have none).

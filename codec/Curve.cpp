@@ -58,10 +58,16 @@ int Compression1x8::curveUncompress(int y) const {
     return uncompress(*this, y, nullptr);
 }
 
-fbc::BlockCode Compression1x8::encodeCurve(const int* p) const {
+fbc::BlockCode Compression1x8::packCurve(const std::uint8_t* values) {
     fbc::BlockCode c = 0;
-    for (int i = 0; i < 8; ++i) c |= fbc::putField(curveCompress(p[i]), 8 * i, 8);
+    for (int i = 0; i < 8; ++i) c |= fbc::putField(values[i], 8 * i, 8);
     return c;
+}
+
+fbc::BlockCode Compression1x8::encodeCurve(const int* p) const {
+    std::uint8_t v[8];
+    for (int i = 0; i < 8; ++i) v[i] = static_cast<std::uint8_t>(curveCompress(p[i]));
+    return packCurve(v);
 }
 
 void Compression1x8::decodeCurve(fbc::BlockCode code, int* out) const {

@@ -84,7 +84,7 @@ void Compression1x8::CalculateEdgeSAD(int member, const int* p) {
     const int shift = stepShift(l, std::min(head.range, tail.range));
     r.Step = 1 << shift;
 
-    int sad = 0, maxErr = 0;
+    fbc::ErrorTally err;
     for (int j = 0; j < 8; ++j) {
         const int v = p[pixelAt(r.Dir, j)];
         int e;
@@ -93,14 +93,12 @@ void Compression1x8::CalculateEdgeSAD(int member, const int* p) {
             e = std::abs(v - rec);
         } else {
             // A coarse pixel is charged the error of a mid-interval reconstruction.
-            const int drop = 12 - l.coarseBits[j - l.n];
-            e = std::abs((v & ((1 << drop) - 1)) - (1 << (drop - 1)));
+            e = truncationError(v, 12 - l.coarseBits[j - l.n]);
         }
-        sad += e;
-        maxErr = std::max(maxErr, e);
+        err.add(e);
     }
-    r.SAD = sad;
-    r.MaxErr = maxErr;
+    r.SAD = err.sad;
+    r.MaxErr = err.maxErr;
 }
 
 fbc::BlockCode Compression1x8::encodeEdge(int member, const int* p) const {
@@ -119,15 +117,8 @@ fbc::BlockCode Compression1x8::encodeEdge(int member, const int* p) const {
     for (int j = l.n; j < 8; ++j) {
         const int bits = l.coarseBits[j - l.n];
         const int drop = 12 - bits;
-        int v = p[pixelAt(dir, j)];
-        if (reg_comp_enc_trun_rnd != 0) {
-            if (coverage) {
-                fbc::cover(coverage, fbc::kCoverEncRoundEdge);
-                if (v + (1 << (drop - 1)) > 4095) fbc::cover(coverage, fbc::kCoverEncRoundClamp);
-            }
-            v = std::clamp(v + (1 << (drop - 1)), 0, 4095);
-        }
-        c |= fbc::putField(v >> drop, lo, bits);
+        if (reg_comp_enc_trun_rnd != 0) fbc::cover(coverage, fbc::kCoverEncRoundEdge);
+        c |= fbc::putField(truncationRounded(p[pixelAt(dir, j)], drop) >> drop, lo, bits);
         lo += bits;
     }
     return c;
@@ -154,14 +145,12 @@ void decodeEdgeWith(const Compression1x8& c, int member, fbc::BlockCode code, in
         const int drop = 12 - bits;
         const int t = static_cast<int>(fbc::getField(code, lo, bits));
         lo += bits;
-        int v = t << drop;
-        if (c.reg_comp_de_tr_round_md == 0 && !(c.reg_comp_de_tr_round_zero != 0 && t == 0)) {
-            v += 1 << (drop - 1);
-            if (kCount) fbc::cover(cov, fbc::kCoverDecEdgeMid);
-        } else if (kCount) {
-            fbc::cover(cov, c.reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecEdgeBottom : fbc::kCoverDecEdgeZero);
+        out[pixelAt(dir, j)] = c.untruncate(t, drop);
+        if (kCount) {
+            fbc::cover(cov, c.truncationOffset(t, drop) != 0   ? fbc::kCoverDecEdgeMid
+                            : c.reg_comp_de_tr_round_md != 0 ? fbc::kCoverDecEdgeBottom
+                                                             : fbc::kCoverDecEdgeZero);
         }
-        out[pixelAt(dir, j)] = v;
     }
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "codec/FastCodec.h"
+
 namespace fbc {
 
 struct SelfTestOptions {
@@ -21,6 +23,8 @@ struct SelfTestResult {
     std::string report;               // at the first mismatch: what differs and how to replay it
 };
 
+// Checks every variant this CPU runs, or the ones given.
 SelfTestResult runSelfTest(const SelfTestOptions& options);
+SelfTestResult runSelfTest(const SelfTestOptions& options, const std::vector<CodecVariant>& variants);
 
 }  // namespace fbc

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "codec/Compression1x8.h"
 
@@ -39,6 +40,21 @@ bool forceScalar() {
     return e != nullptr && *e != '\0' && std::strcmp(e, "0") != 0;
 }
 
+// Bit i set when pixel i keeps one bit more under Truncate selector `sel`.
+int fineMask(const Compression1x8& c, int sel) {
+    int mask = 0;
+    for (int i = 0; i < 8; ++i) mask |= c.truncationFine(i, sel) ? 1 << i : 0;
+    return mask;
+}
+
+// Block b of a row of `width` pixels; a short last block is copied into `pad`, zeros after it.
+const int* blockOf(const int* row, int width, int b, int (&pad)[8]) {
+    if (8 * b + 8 <= width) return row + 8 * b;
+    std::fill(std::begin(pad), std::end(pad), 0);
+    std::copy(row + 8 * b, row + width, pad);
+    return pad;
+}
+
 }  // namespace
 
 const std::vector<CodecVariant>& supportedVariants() {
@@ -60,39 +76,24 @@ x86::EncodeParams makeEncodeParams(const Compression1x8& c) {
     p.edgeMinTh = c.reg_compress_edgemin_th;
     p.ratio = static_cast<std::int32_t>(static_cast<std::uint32_t>(c.reg_compress_edgemin_ratio));
     p.diffminTh = c.reg_edge_diffmin_th;
-    p.truncExt = c.reg_tr_ext_en != 0;
-    p.truncSelFlip = c.reg_tr_ext_rb != 0;
-    p.encRound = c.reg_comp_enc_trun_rnd != 0;
-    p.dpcmMaxShift = std::clamp(3 + c.reg_dpcm_stepsize_expansion_en, 0, 6);
-    p.dpcmHalfDownRow = c.reg_dpcm_swing_rounder_en != 0 && c.SwingRowSelect != 0;
+    for (int sel = 0; sel < 2; ++sel) p.truncFine[sel] = fineMask(c, sel);
+    // The encoder's rounding of a zero pixel is what it adds to every pixel below the clamp.
+    for (int d = 1; d < 6; ++d) p.encHalf[d] = c.truncationRounded(0, d);
+    p.dpcmMaxShift = c.dpcmMaxShift();
+    for (int s = 0; s < 7; ++s) p.dpcmRounder[s] = c.dpcmRounder(s);
     p.dpcmLsbUpdate = c.reg_dpcm_pmin_lsb_update_en != 0;
-    for (int m = 0; m < kModeCount; ++m) {
-        // Remapping as selection applies it (an entry of 1 keeps the mode), then the encoder
-        // the block dispatch runs for the resulting number.
-        const int d = c.reg_mode_definition[m];
-        const int selected = d != 1 ? d : m;
-        const bool known = selected >= 0 && selected < kModeCount && selected != kModeCurve;
-        p.encoderOf[m] = static_cast<std::int8_t>(known ? selected : kModeTruncate);
-    }
+    for (int m = 0; m < kModeCount; ++m)
+        p.encoderOf[m] = static_cast<std::int8_t>(Compression1x8::encoderOf(c.remapMode(m)));
     return p;
 }
 
 void makeDecodeParams(const Compression1x8& c, x86::DecodeParams& p) {
-    p.prefixMode = kPrefixTable.mode;
     p.curve = c.reg_curve_mode_en != 0;
-    p.truncExt = c.reg_tr_ext_en != 0;
-    p.roundMd = c.reg_comp_de_tr_round_md != 0;
-    p.roundZero = c.reg_comp_de_tr_round_zero != 0;
     p.streamOut = 0;
-    const bool md = c.reg_comp_de_tr_round_md != 0, zero = c.reg_comp_de_tr_round_zero != 0;
-    // Reconstruction at the middle of the interval unless a rounding register says otherwise.
-    const auto half = [&](int t) { return md || (zero && t == 0) ? 0 : 1; };
-    for (int t = 0; t < 128; ++t) p.truncCoarse[t] = static_cast<std::uint16_t>((2 * t + half(t)) << 4);
-    for (int t = 0; t < 256; ++t) p.truncFine[t] = static_cast<std::uint16_t>((2 * t + half(t)) << 3);
-    for (int d = 0; d < 6; ++d) {
-        const int h = d >= 1 ? 1 << (d - 1) : 0;
-        p.coarseHalf[0][d] = half(1) * h;
-        p.coarseHalf[1][d] = half(0) * h;
+    for (int sel = 0; sel < 2; ++sel) p.truncFine[sel] = fineMask(c, sel);
+    for (int d = 1; d < 6; ++d) {
+        p.rebuildOffset[0][d] = c.truncationOffset(1, d);
+        p.rebuildOffset[1][d] = c.truncationOffset(0, d);
     }
     if (p.curve) {
         for (int y = 0; y < 256; ++y) p.curveOut[y] = static_cast<std::uint16_t>(c.curveUncompress(y));
@@ -108,27 +109,23 @@ FastEncoder::FastEncoder(Compression1x8& codec, const CodecVariant* variant)
 }
 
 void FastEncoder::encodeRow(const int* row, int width, bool parity, BlockCode* codes) {
-    const int full = width / 8, blocks = (width + 7) / 8;
-    const int* src = row;
-    if (full != blocks) {
-        padded_.assign(static_cast<std::size_t>(blocks) * 8, 0);
-        std::copy(row, row + width, padded_.begin());
-        src = padded_.data();
-    }
-    if (variant_ == nullptr || !variant_->inRange(src, blocks * 8)) {
-        for (int b = 0; b < blocks; ++b) codes[b] = codec_.encodeBlock(src + 8 * b, parity);
+    const int blocks = (width + 7) / 8;
+    int pad[8];
+    if (variant_ == nullptr || !variant_->inRange(row, width)) {
+        for (int b = 0; b < blocks; ++b) codes[b] = codec_.encodeBlock(blockOf(row, width, b, pad), parity);
         return;
     }
     if (curve_) {
-        // Curve coding ignores every cost: byte i of a code is pixel i through the curve.
+        // Curve coding ignores every cost: each pixel goes through the curve, here a table.
         for (int b = 0; b < blocks; ++b) {
-            BlockCode c = 0;
-            for (int i = 0; i < 8; ++i) c |= BlockCode{curveLut_[src[8 * b + i]]} << (8 * i);
-            codes[b] = c;
+            const int* px = blockOf(row, width, b, pad);
+            std::uint8_t v[8];
+            for (int i = 0; i < 8; ++i) v[i] = curveLut_[px[i]];
+            codes[b] = Compression1x8::packCurve(v);
         }
         return;
     }
-    variant_->encodeRow(params_, src, blocks, parity, codes);
+    variant_->encodeRow(params_, row, width, codec_.truncationSelect(parity), codes);
 }
 
 FastDecoder::FastDecoder(Compression1x8& codec, const CodecVariant* variant) : codec_(codec), variant_(variant) {
@@ -145,25 +142,14 @@ void FastDecoder::decodeRowReference(const unsigned char* codes, int width, Out*
     }
 }
 
-template <class In, class Out, class Kernel>
-void FastDecoder::decodeRowWith(Kernel kernel, const In* codes, int width, Out* out) {
-    const int full = width / 8;
-    kernel(params_, codes, full, out);
-    if (full * 8 != width) {
-        Out last[8];
-        kernel(params_, codes + 8 * full, 1, last);
-        std::copy(last, last + (width - 8 * full), out + 8 * full);
-    }
-}
-
 void FastDecoder::decodeRow(const unsigned char* codes, int width, std::uint16_t* out) {
     if (variant_ == nullptr) return decodeRowReference(codes, width, out);
-    decodeRowWith(variant_->decodeRow, codes, width, out);
+    variant_->decodeRow(params_, codes, width, out);
 }
 
 void FastDecoder::decodeRow(const unsigned char* codes, int width, std::int32_t* out) {
     if (variant_ == nullptr) return decodeRowReference(codes, width, out);
-    decodeRowWith(variant_->decodeRow32, codes, width, out);
+    variant_->decodeRow32(params_, codes, width, out);
 }
 
 void FastDecoder::decodeRow(const std::int32_t* samples, int width, std::int32_t* out) {
@@ -172,7 +158,7 @@ void FastDecoder::decodeRow(const std::int32_t* samples, int width, std::int32_t
         for (std::size_t i = 0; i < bytes_.size(); ++i) bytes_[i] = static_cast<unsigned char>(samples[i]);
         return decodeRowReference(bytes_.data(), width, out);
     }
-    decodeRowWith(variant_->decodeFrameRow, samples, width, out);
+    variant_->decodeFrameRow(params_, samples, width, out);
 }
 
 }  // namespace fbc

@@ -51,7 +51,6 @@ private:
     x86::EncodeParams params_;
     bool curve_;
     std::vector<std::uint8_t> curveLut_;  // 12-bit pixel -> curve byte, when the curve is on
-    std::vector<int> padded_;
 };
 
 // Row decoder for one frame or call under fixed registers.
@@ -59,7 +58,7 @@ class FastDecoder {
 public:
     FastDecoder(Compression1x8& codec, const CodecVariant* variant);
     // Decodes the (width + 7) / 8 codes at `codes` (reading whole 8-byte codes) into `width`
-    // pixels shifted left by 4.
+    // pixels shifted left by 4, writing nothing past them.
     void decodeRow(const unsigned char* codes, int width, std::uint16_t* out);
     // The same into 32-bit samples (a decoded frame's pixels).
     void decodeRow(const unsigned char* codes, int width, std::int32_t* out);
@@ -70,8 +69,6 @@ public:
     void setStreaming(bool on) { params_.streamOut = on; }
 
 private:
-    template <class In, class Out, class Kernel>
-    void decodeRowWith(Kernel kernel, const In* codes, int width, Out* out);
     template <class Out>
     void decodeRowReference(const unsigned char* codes, int width, Out* out);
 

@@ -14,7 +14,8 @@
 
 namespace {
 
-constexpr int kNatural[8] = {0, 4, 6, 2, 3, 7, 5, 1};
+constexpr const fbc::HadamardLayout& kL = fbc::kHadamardLayout;
+constexpr const int (&kNatural)[8] = kL.natural;
 
 // In-place natural-order transform: v[k] = sum over i of (-1)^popcount(k & i) v[i].
 inline void butterfly8(int* v) {
@@ -80,26 +81,24 @@ void Compression1x8::CalculateHadama(const int* p) {
     }
     int r[8];
     reconstruct<false>(s, HadamaDC, HadamaCoef, r);
-    int sad = 0, maxErr = 0;
-    for (int i = 0; i < 8; ++i) {
-        const int e = std::abs(p[i] - r[i]);
-        sad += e;
-        maxErr = std::max(maxErr, e);
-    }
-    HadamaSAD = sad;
-    HadamaMaxErr = maxErr;
+    fbc::ErrorTally err;
+    for (int i = 0; i < 8; ++i) err.add(std::abs(p[i] - r[i]));
+    HadamaSAD = err.sad;
+    HadamaMaxErr = err.maxErr;
 }
 
 fbc::BlockCode Compression1x8::encodeHadama() const {
-    fbc::BlockCode c = fbc::putField(HadamaShift, 61, 2) | fbc::putField(HadamaDC, 49, 12);
-    for (int j = 1; j < 8; ++j) c |= fbc::putField(HadamaCoef[j - 1], 7 * (7 - j), 7);
+    fbc::BlockCode c = fbc::putField(kL.prefix.value, kL.prefix.lo, 64 - kL.prefix.lo) |
+                       fbc::putField(HadamaShift, kL.shiftLo, kL.shiftBits) | fbc::putField(HadamaDC, kL.dcLo, kL.dcBits);
+    for (int j = 1; j < 8; ++j) c |= fbc::putField(HadamaCoef[j - 1], kL.acLo[j - 1], kL.acBits);
     return c;
 }
 
 void Compression1x8::decodeHadama(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
     int coef[7];
-    for (int j = 1; j < 8; ++j) coef[j - 1] = fbc::getSignedField(code, 7 * (7 - j), 7);
-    const int shift = static_cast<int>(fbc::getField(code, 61, 2)), dc = static_cast<int>(fbc::getField(code, 49, 12));
+    for (int j = 1; j < 8; ++j) coef[j - 1] = fbc::getSignedField(code, kL.acLo[j - 1], kL.acBits);
+    const int shift = static_cast<int>(fbc::getField(code, kL.shiftLo, kL.shiftBits));
+    const int dc = static_cast<int>(fbc::getField(code, kL.dcLo, kL.dcBits));
     if (cov)
         reconstruct<true>(shift, dc, coef, out, cov);
     else
@@ -108,10 +107,10 @@ void Compression1x8::decodeHadama(fbc::BlockCode code, int* out, fbc::Coverage* 
 
 int fbc::layout::hadamardFields(BlockCode, CodeField* f) {
     int n = 0;
-    f[n++] = {"prefix", -1, 63, 1, false};
-    f[n++] = {"shift", -1, 61, 2, false};
-    f[n++] = {"dc", -1, 49, 12, false};
-    for (int j = 1; j < 8; ++j) f[n++] = {"ac", j, 7 * (7 - j), 7, true};
+    f[n++] = {"prefix", -1, kL.prefix.lo, 64 - kL.prefix.lo, false};
+    f[n++] = {"shift", -1, kL.shiftLo, kL.shiftBits, false};
+    f[n++] = {"dc", -1, kL.dcLo, kL.dcBits, false};
+    for (int j = 1; j < 8; ++j) f[n++] = {"ac", j, kL.acLo[j - 1], kL.acBits, true};
     return n;
 }
 

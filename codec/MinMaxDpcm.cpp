@@ -20,11 +20,10 @@
 
 namespace {
 
-constexpr fbc::BlockCode kMinMaxPrefix = fbc::BlockCode{0xBF} << 56;
-constexpr fbc::BlockCode kDpcmPrefix = fbc::BlockCode{0x9} << 60;
+constexpr const fbc::MinMaxLayout& kMinMax = fbc::kMinMaxLayout;
+constexpr const fbc::DpcmLayout& kDpcm = fbc::kDpcmLayout;
 
-// Row 0 rounds to nearest (half the step), row 1 rounds half down (half the step less one).
-constexpr int kRounder[2][7] = {{0, 1, 2, 4, 8, 16, 32}, {0, 0, 1, 3, 7, 15, 31}};
+constexpr fbc::BlockCode prefixOf(fbc::Prefix p) { return fbc::putField(p.value, p.lo, 64 - p.lo); }
 
 }  // namespace
 
@@ -32,7 +31,7 @@ void Compression1x8::CalculateMinMaxSAD(const int* p) {
     const int mid = (Pmax + Pmin) >> 1;
     const int x = Pmax - mid;
     const int t = x / 2 + x % 2;  // half the distance to an extreme, rounded up
-    int sad = 0, maxErr = 0;
+    fbc::ErrorTally err;
     for (int i = 0; i < 8; ++i) {
         const int d = p[i] - mid;
         int symbol, r;
@@ -47,35 +46,45 @@ void Compression1x8::CalculateMinMaxSAD(const int* p) {
             r = Pmax;
         }
         MinMaxIdx[i] = symbol;
-        const int e = std::abs(p[i] - r);
-        sad += e;
-        maxErr = std::max(maxErr, e);
+        err.add(std::abs(p[i] - r));
     }
-    MinMaxSAD = sad;
-    MinMaxMaxErr = maxErr;
+    MinMaxSAD = err.sad;
+    MinMaxMaxErr = err.maxErr;
 }
 
 fbc::BlockCode Compression1x8::encodeMinMax() const {
-    fbc::BlockCode c = kMinMaxPrefix | fbc::putField(Pmin, 28, 12) | fbc::putField(Pmax, 16, 12);
-    for (int i = 0; i < 8; ++i) c |= fbc::putField(MinMaxIdx[i], 2 * (7 - i), 2);
+    fbc::BlockCode c = prefixOf(kMinMax.prefix) | fbc::putField(Pmin, kMinMax.minLo, kMinMax.valueBits) |
+                       fbc::putField(Pmax, kMinMax.maxLo, kMinMax.valueBits);
+    for (int i = 0; i < 8; ++i) c |= fbc::putField(MinMaxIdx[i], kMinMax.symbolLo[i], kMinMax.symbolBits);
     return c;
 }
 
 void Compression1x8::decodeMinMax(fbc::BlockCode code, int* out) {
-    const int mx = static_cast<int>(fbc::getField(code, 16, 12));
-    const int mn = static_cast<int>(fbc::getField(code, 28, 12));
+    const int mx = static_cast<int>(fbc::getField(code, kMinMax.maxLo, kMinMax.valueBits));
+    const int mn = static_cast<int>(fbc::getField(code, kMinMax.minLo, kMinMax.valueBits));
     const int level[4] = {(mx + mn) >> 1, mn, mx, mx};
-    for (int i = 0; i < 8; ++i) out[i] = level[fbc::getField(code, 2 * (7 - i), 2)];
+    for (int i = 0; i < 8; ++i) out[i] = level[fbc::getField(code, kMinMax.symbolLo[i], kMinMax.symbolBits)];
 }
+
+int Compression1x8::dpcmMaxShift() const {
+    // The expansion switch is 0 or 1 in hardware; other values are kept within the shift range
+    // the data path has, so the model stays defined for any register content.
+    return std::clamp(3 + reg_dpcm_stepsize_expansion_en, 0, 6);
+}
+
+int Compression1x8::dpcmRounderRow() const {
+    // Only rows 0 and 1 exist; any non-zero selector takes row 1.
+    return reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0 ? 1 : 0;
+}
+
+int Compression1x8::dpcmRounder(int shift) const { return fbc::kDpcmRounder[dpcmRounderRow()][shift]; }
 
 void Compression1x8::CalculateDPCMSAD(const int* p) {
     DPCMSAD = 32767;
     DPCMMaxErr = 4095;
     DPCMBase = Pmin;
     const int range = Pmax - Pmin;
-    // The expansion switch is 0 or 1 in hardware; other values are kept within the shift range
-    // the data path has, so the model stays defined for any register content.
-    const int maxShift = std::clamp(3 + reg_dpcm_stepsize_expansion_en, 0, 6);
+    const int maxShift = dpcmMaxShift();
 
     int s0 = 6;
     for (int s = 0; s < 6; ++s) {
@@ -86,8 +95,7 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
     }
     DPCMShift = std::min(s0, maxShift);
     DPCMStep = 1 << DPCMShift;
-    // Only rows 0 and 1 exist; any non-zero selector takes row 1.
-    DPCMRounder = kRounder[(reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0) ? 1 : 0][DPCMShift];
+    DPCMRounder = dpcmRounder(DPCMShift);
 
     if (reg_dpcm_pmin_lsb_update_en != 0) {
         // Move the base's low bits towards the block's average low bits.
@@ -124,25 +132,21 @@ void Compression1x8::CalculateDPCMSAD(const int* p) {
         std::abort();
     }
 
-    int sad = 0, maxErr = 0;
-    for (int i = 0; i < 8; ++i) {
-        const int r = std::min(Diffmin[i] * DPCMStep + DPCMBase, 4095);
-        const int e = std::abs(p[i] - r);
-        sad += e;
-        maxErr = std::max(maxErr, e);
-    }
-    DPCMSAD = sad;
-    DPCMMaxErr = maxErr;
+    fbc::ErrorTally err;
+    for (int i = 0; i < 8; ++i) err.add(std::abs(p[i] - std::min(Diffmin[i] * DPCMStep + DPCMBase, 4095)));
+    DPCMSAD = err.sad;
+    DPCMMaxErr = err.maxErr;
 }
 
 fbc::BlockCode Compression1x8::encodeDPCM() const {
-    fbc::BlockCode c = kDpcmPrefix | fbc::putField(DPCMBase, 48, 12) |
-                       fbc::putField(Pminpos, 3, 3) | fbc::putField(log2(DPCMStep), 0, 3);
-    int lo = 6;
+    fbc::BlockCode c = prefixOf(kDpcm.prefix) | fbc::putField(DPCMBase, kDpcm.baseLo, kDpcm.baseBits) |
+                       fbc::putField(Pminpos, kDpcm.posLo, kDpcm.posBits) |
+                       fbc::putField(log2(DPCMStep), kDpcm.shiftLo, kDpcm.shiftBits);
+    int lo = kDpcm.diffLo;
     for (int i = 7; i >= 0; --i) {
         if (i == Pminpos) continue;
-        c |= fbc::putField(Diffmin[i], lo, 6);
-        lo += 6;
+        c |= fbc::putField(Diffmin[i], lo, kDpcm.diffBits);
+        lo += kDpcm.diffBits;
     }
     return c;
 }
@@ -152,15 +156,15 @@ namespace {
 // kCount instantiates the decoder's clamp counting.
 template <bool kCount>
 void decodeDpcm(fbc::BlockCode code, int* out, fbc::Coverage* cov) {
-    const int shift = static_cast<int>(fbc::getField(code, 0, 3));
-    const int pos = static_cast<int>(fbc::getField(code, 3, 3));
-    const int base = static_cast<int>(fbc::getField(code, 48, 12));
-    int lo = 6;
+    const int shift = static_cast<int>(fbc::getField(code, kDpcm.shiftLo, kDpcm.shiftBits));
+    const int pos = static_cast<int>(fbc::getField(code, kDpcm.posLo, kDpcm.posBits));
+    const int base = static_cast<int>(fbc::getField(code, kDpcm.baseLo, kDpcm.baseBits));
+    int lo = kDpcm.diffLo;
     for (int i = 7; i >= 0; --i) {
         int d = 0;
         if (i != pos) {
-            d = static_cast<int>(fbc::getField(code, lo, 6));
-            lo += 6;
+            d = static_cast<int>(fbc::getField(code, lo, kDpcm.diffBits));
+            lo += kDpcm.diffBits;
         }
         out[i] = std::min((d << shift) + base, 4095);
         if (kCount && (d << shift) + base > 4095) fbc::cover(cov, fbc::kCoverDecDpcmClamp4095);
@@ -178,28 +182,28 @@ void Compression1x8::decodeDPCM(fbc::BlockCode code, int* out, fbc::Coverage* co
 
 int fbc::layout::minMaxFields(BlockCode, CodeField* f) {
     int n = 0;
-    f[n++] = {"prefix", -1, 56, 8, false};
-    f[n++] = {"pad", -1, 40, 16, false};
-    f[n++] = {"min", -1, 28, 12, false};
-    f[n++] = {"max", -1, 16, 12, false};
-    for (int i = 0; i < 8; ++i) f[n++] = {"symbol", i, 2 * (7 - i), 2, false};
+    f[n++] = {"prefix", -1, kMinMax.prefix.lo, 64 - kMinMax.prefix.lo, false};
+    f[n++] = {"pad", -1, kMinMax.minLo + kMinMax.valueBits, kMinMax.prefix.lo - kMinMax.minLo - kMinMax.valueBits, false};
+    f[n++] = {"min", -1, kMinMax.minLo, kMinMax.valueBits, false};
+    f[n++] = {"max", -1, kMinMax.maxLo, kMinMax.valueBits, false};
+    for (int i = 0; i < 8; ++i) f[n++] = {"symbol", i, kMinMax.symbolLo[i], kMinMax.symbolBits, false};
     return n;
 }
 
 // The pixels' codes sit below the base in the order pixel 7 .. 0, the one at Pminpos left out.
 int fbc::layout::dpcmFields(BlockCode code, CodeField* f) {
-    const int pos = static_cast<int>(getField(code, 3, 3));
+    const int pos = static_cast<int>(getField(code, kDpcm.posLo, kDpcm.posBits));
     int n = 0;
-    f[n++] = {"prefix", -1, 60, 4, false};
-    f[n++] = {"base", -1, 48, 12, false};
-    int lo = 42;
+    f[n++] = {"prefix", -1, kDpcm.prefix.lo, 64 - kDpcm.prefix.lo, false};
+    f[n++] = {"base", -1, kDpcm.baseLo, kDpcm.baseBits, false};
+    int lo = kDpcm.diffLo + 6 * kDpcm.diffBits;
     for (int i = 0; i < 8; ++i) {
         if (i == pos) continue;
-        f[n++] = {"delta", i, lo, 6, false};
-        lo -= 6;
+        f[n++] = {"delta", i, lo, kDpcm.diffBits, false};
+        lo -= kDpcm.diffBits;
     }
-    f[n++] = {"pminpos", -1, 3, 3, false};
-    f[n++] = {"shift", -1, 0, 3, false};
+    f[n++] = {"pminpos", -1, kDpcm.posLo, kDpcm.posBits, false};
+    f[n++] = {"shift", -1, kDpcm.shiftLo, kDpcm.shiftBits, false};
     return n;
 }
 

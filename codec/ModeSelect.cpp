@@ -11,12 +11,6 @@ using namespace fbc;
 
 namespace {
 
-// Priority among equal costs under the plain policy; Truncate is the fallback.
-constexpr int kPlainOrder[] = {kModeDpcm, kModeMinMax, kModeEdge7, kModeEdge6, kModeEdge5,
-                               kModeEdge4, kModeEdge3, kModeEdge2, kModeHadamard};
-constexpr int kNonEdgeOrder[] = {kModeDpcm, kModeMinMax, kModeHadamard};
-constexpr int kEdgeOrder[] = {kModeEdge7, kModeEdge6, kModeEdge5, kModeEdge4, kModeEdge3, kModeEdge2};
-
 // The cover point of a remapping away from each selectable mode (Curve is never selected).
 constexpr int kRemapPoint[kModeCount] = {
     kCoverRemapHadamard, kCoverCurveForced, kCoverRemapMinMax, kCoverRemapDpcm,
@@ -96,7 +90,7 @@ void Compression1x8::Encode_modeselect() {
         } else if (edgeBest <= reg_compress_edgemin_th) {
             rule = kRuleEdgeBalanced;
             const long long ratio = reg_compress_edgemin_ratio;
-            for (int m = kModeEdge7; m >= kModeEdge2; --m) {
+            for (int m : kEdgeOrder) {
                 if (!matches(m, edgeBest)) continue;
                 const EdgeResult& e = edge(m - 3);
                 // Products are 32-bit in the data path.
@@ -115,14 +109,7 @@ void Compression1x8::Encode_modeselect() {
         }
     }
 
-    SelectedMode = mode;
-    if (reg_curve_mode_en != 0) {
-        SelectedMode = kModeCurve;
-    } else {
-        // An entry of 1 means "keep": the remapping can never select the curve mode.
-        const int d = reg_mode_definition[SelectedMode];
-        if (d != 1) SelectedMode = d;
-    }
+    SelectedMode = reg_curve_mode_en != 0 ? static_cast<int>(kModeCurve) : remapMode(mode);
     if (!instrumented()) return;
 
     if (coverage) {
@@ -159,8 +146,18 @@ void Compression1x8::Encode_modeselect() {
     }
 }
 
+int Compression1x8::remapMode(int mode) const {
+    // An entry of 1 means "keep": the remapping can never select the curve mode.
+    const int d = reg_mode_definition[mode];
+    return d != 1 ? d : mode;
+}
+
+int Compression1x8::encoderOf(int selected) {
+    return selected >= 0 && selected < kModeCount ? selected : static_cast<int>(kModeTruncate);
+}
+
 BlockCode Compression1x8::encodeSelected(const int* p, bool parity) {
-    switch (SelectedMode) {
+    switch (encoderOf(SelectedMode)) {
         case kModeHadamard: return encodeHadama();
         case kModeCurve: return encodeCurve(p);
         case kModeMinMax: return encodeMinMax();
@@ -168,7 +165,7 @@ BlockCode Compression1x8::encodeSelected(const int* p, bool parity) {
         case kModeEdge2: case kModeEdge3: case kModeEdge4:
         case kModeEdge5: case kModeEdge6: case kModeEdge7:
             return encodeEdge(SelectedMode - 3, p);
-        default: return encodeTruncate(p, parity);  // Truncate, and any unknown mode number
+        default: return encodeTruncate(p, parity);
     }
 }
 
@@ -183,8 +180,7 @@ BlockCode Compression1x8::encodeBlock(const int* pixels, bool parity) {
 }
 
 void Compression1x8::record(const int* p, bool parity, BlockCode code) {
-    // Any number the dispatch does not know runs Truncate's encoder.
-    const int encoder = SelectedMode >= 0 && SelectedMode < kModeCount ? SelectedMode : kModeTruncate;
+    const int encoder = encoderOf(SelectedMode);
     if (coverage) {
         // What the cost functions found, read from their results: an ineligible edge member and
         // an inapplicable DPCM leave a sum of 32767, which no coded block reaches (8 x 4095).
@@ -199,7 +195,7 @@ void Compression1x8::record(const int* p, bool parity, BlockCode code) {
             }
         }
         cover(coverage, DPCMSAD == kNoSad ? kCoverDpcmNotApplicable : kCoverDpcmShift0 + DPCMShift);
-        if (reg_dpcm_swing_rounder_en != 0 && SwingRowSelect != 0) cover(coverage, kCoverDpcmSwingRow);
+        if (dpcmRounderRow() == 1) cover(coverage, kCoverDpcmSwingRow);
     }
     if (!trace) return;
     BlockTrace& t = *trace;

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <utility>
 
 namespace {
 
@@ -66,12 +68,14 @@ struct Line {
     char text[kBufferSize];
 };
 
+// Reads the lines of a file opened "rb" or of a text in memory, whichever it was made with.
 class LineReader {
 public:
     explicit LineReader(std::FILE* fp) : m_fp(fp) {}
+    explicit LineReader(const std::string& text) : m_text(&text) {}
 
     bool next(Line& line) {
-        int c = std::getc(m_fp);
+        int c = get();
         if (c == EOF) return false;
         line.start = m_pos;
         std::size_t kept = 0;
@@ -81,7 +85,7 @@ public:
             if (kept < kBufferSize - 1) line.text[kept++] = static_cast<char>(c);
             ++length;
             last = c;
-            c = std::getc(m_fp);
+            c = get();
         }
         line.terminated = (c == '\n');
         long content = length;
@@ -97,11 +101,19 @@ public:
     }
 
 private:
-    std::FILE* m_fp;
+    int get() {
+        if (m_fp != nullptr) return std::getc(m_fp);
+        if (m_next >= m_text->size()) return EOF;
+        return static_cast<unsigned char>((*m_text)[m_next++]);
+    }
+
+    std::FILE* m_fp = nullptr;
+    const std::string* m_text = nullptr;
+    std::size_t m_next = 0;
     long m_pos = 0;
 };
 
-enum class LineKind { Blank, Comment, Section, Key, Other };
+using LineKind = IniLineKind;
 
 struct Parsed {
     LineKind kind = LineKind::Other;
@@ -177,8 +189,7 @@ char* cleanValue(char* v) {
 // Walks the lines of the section; calls f(line, parsed) for each line inside it (header excluded)
 // until f returns false. Returns whether the section was found.
 template <class F>
-bool walkSection(std::FILE* fp, const char* section, Line& line, F f) {
-    LineReader reader(fp);
+bool walkSection(LineReader& reader, const char* section, Line& line, F f) {
     bool inside = isGlobal(section);
     bool found = inside;
     while (reader.next(line)) {
@@ -195,9 +206,9 @@ bool walkSection(std::FILE* fp, const char* section, Line& line, F f) {
 }
 
 // Finds the key in the section and leaves its cleaned value in the line buffer.
-const char* findValue(std::FILE* fp, const char* section, const char* key, Line& line) {
+const char* findValue(LineReader& reader, const char* section, const char* key, Line& line) {
     const char* value = nullptr;
-    walkSection(fp, section, line, [&](Line&, Parsed& p) {
+    walkSection(reader, section, line, [&](Line&, Parsed& p) {
         if (p.kind == LineKind::Key && equalsNoCase(p.name, key)) {
             value = cleanValue(p.value);
             return false;
@@ -260,9 +271,8 @@ struct Edit {
     bool fileTerminated = true;
 };
 
-void scanForEdit(std::FILE* fp, const char* section, const char* key, const char* value, Edit& e) {
+void scanForEdit(LineReader& reader, const char* section, const char* key, const char* value, Edit& e) {
     Line line;
-    LineReader reader(fp);
     bool inside = isGlobal(section);
     bool done = false;
     e.sectionFound = inside;
@@ -329,43 +339,194 @@ int rewrite(std::FILE* in, const char* filename, long cutStart, long cutEnd, con
     return 0;
 }
 
-// Copies the key's cleaned value into buffer; false when the file or the key is missing.
-bool lookup(const char* section, const char* key, char* buffer, int bufferSize,
-            const char* filename) {
-    std::FILE* fp = filename != nullptr ? std::fopen(filename, "rb") : nullptr;
-    if (fp == nullptr) return false;
+// What one call reads: a file by name, opened "rb" for the call, or a text in memory.
+class Source {
+public:
+    explicit Source(const char* filename)
+        : m_fp(filename != nullptr ? std::fopen(filename, "rb") : nullptr), m_reader(m_fp) {}
+    explicit Source(IniText text) : m_isText(text.text != nullptr), m_reader(*text.text) {}
+    ~Source() {
+        if (m_fp != nullptr) std::fclose(m_fp);
+    }
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+
+    bool open() const { return m_fp != nullptr || m_isText; }
+    LineReader& reader() { return m_reader; }
+
+private:
+    std::FILE* m_fp = nullptr;
+    bool m_isText = false;
+    LineReader m_reader;
+};
+
+// Copies the key's cleaned value into buffer; false when the source or the key is missing.
+bool lookup(Source& src, const char* section, const char* key, char* buffer, int bufferSize) {
+    if (!src.open()) return false;
     Line line;
-    const char* value = findValue(fp, section, key, line);
+    const char* value = findValue(src.reader(), section, key, line);
     if (value != nullptr) copyLimited(buffer, bufferSize, value);
-    std::fclose(fp);
     return value != nullptr;
+}
+
+int getsFrom(Source& src, const char* section, const char* key, const char* defValue, char* buffer,
+             int bufferSize) {
+    if (buffer == nullptr || key == nullptr || bufferSize <= 0) return 0;
+    if (lookup(src, section, key, buffer, bufferSize)) return static_cast<int>(std::strlen(buffer));
+    return copyLimited(buffer, bufferSize, defValue != nullptr ? defValue : "");
+}
+
+long getlFrom(Source& src, const char* section, const char* key, long defValue) {
+    char text[64];
+    if (key == nullptr || !lookup(src, section, key, text, sizeof text) || text[0] == '\0')
+        return defValue;
+    const int base = (text[0] != '\0' && (text[1] == 'x' || text[1] == 'X')) ? 16 : 10;
+    return std::strtol(text, nullptr, base);
+}
+
+int getsectionFrom(Source& src, int index, char* buffer, int bufferSize) {
+    if (buffer == nullptr || bufferSize <= 0) return 0;
+    buffer[0] = '\0';
+    if (!src.open()) return 0;
+    Line line;
+    int seen = 0;
+    while (index >= 0 && src.reader().next(line)) {
+        Parsed p = parseLine(line.text);
+        if (p.kind == LineKind::Section && seen++ == index) return copyLimited(buffer, bufferSize, p.name);
+    }
+    return 0;
+}
+
+int getkeyFrom(Source& src, const char* section, int index, char* buffer, int bufferSize) {
+    if (buffer == nullptr || bufferSize <= 0) return 0;
+    buffer[0] = '\0';
+    if (!src.open()) return 0;
+    Line line;
+    int n = 0;
+    int seen = 0;
+    if (index >= 0) {
+        walkSection(src.reader(), section, line, [&](Line&, Parsed& p) {
+            if (p.kind == LineKind::Key && seen++ == index) {
+                n = copyLimited(buffer, bufferSize, p.name);
+                return false;
+            }
+            return true;
+        });
+    }
+    return n;
+}
+
+// What a write does to an existing file: nothing, or bytes [cutStart, cutEnd) become text[0, n).
+// `inPlace` marks a key line replaced by one of the same length, which a file takes without a
+// rewrite.
+struct Change {
+    bool write = false;
+    bool fail = false;
+    bool inPlace = false;
+    long cutStart = 0;
+    long cutEnd = 0;
+    long fileEnd = 0;
+    char text[2 * kBufferSize + 4];
+    std::size_t n = 0;
+};
+
+void planPut(LineReader& reader, const char* section, const char* key, const char* value,
+             char* keyLine, int keyLineLen, Change& c) {
+    Edit e;
+    scanForEdit(reader, section, key, value, e);
+    c.fileEnd = e.fileEnd;
+    if (key == nullptr) {  // delete the section
+        c.write = e.sectionFound;
+        c.cutStart = e.sectionStart;
+        c.cutEnd = e.sectionEnd;
+        return;
+    }
+    if (value == nullptr) {  // delete the key
+        c.write = e.keyFound;
+        c.cutStart = e.keyStart;
+        c.cutEnd = e.keyEnd;
+        return;
+    }
+    c.write = true;
+    if (e.keyFound) {
+        if (e.sameValue) {
+            c.write = false;
+            return;
+        }
+        c.cutStart = e.keyStart;
+        std::memcpy(c.text, keyLine, static_cast<std::size_t>(keyLineLen));
+        c.n = static_cast<std::size_t>(keyLineLen);
+        if (e.keyContentEnd - e.keyStart == keyLineLen) {
+            c.inPlace = true;
+            c.cutEnd = e.keyContentEnd;
+        } else {
+            c.text[c.n++] = '\n';
+            c.cutEnd = e.keyEnd;
+        }
+        return;
+    }
+
+    // New key: at the end of the section's text, ahead of the blank lines that separate it from the
+    // next section; a new section goes to the end of the file.
+    const long at = e.sectionFound ? e.textEnd : e.fileEnd;
+    c.cutStart = c.cutEnd = at;
+    if (e.sectionFound ? !e.textTerminated : !e.fileTerminated) c.text[c.n++] = '\n';
+    if (!e.sectionFound) {
+        const std::size_t slen = std::strlen(section);
+        if (slen >= kBufferSize) {
+            c.fail = true;
+            return;
+        }
+        c.text[c.n++] = '[';
+        std::memcpy(c.text + c.n, section, slen);
+        c.n += slen;
+        c.text[c.n++] = ']';
+        c.text[c.n++] = '\n';
+    }
+    std::memcpy(c.text + c.n, keyLine, static_cast<std::size_t>(keyLineLen));
+    c.n += static_cast<std::size_t>(keyLineLen);
+    c.text[c.n++] = '\n';
+}
+
+// Formats the key line a write needs (none when deleting); -1 when it does not fit one line.
+int keyLineFor(const char* key, const char* value, char* keyLine) {
+    if (key == nullptr || value == nullptr) return 0;
+    return formatKeyLine(keyLine, key, value);
 }
 
 }  // namespace
 
 int ini_gets(const char* section, const char* key, const char* defValue, char* buffer,
              int bufferSize, const char* filename) {
-    if (buffer == nullptr || key == nullptr || bufferSize <= 0) return 0;
-    if (lookup(section, key, buffer, bufferSize, filename)) return static_cast<int>(std::strlen(buffer));
-    return copyLimited(buffer, bufferSize, defValue != nullptr ? defValue : "");
+    Source src(filename);
+    return getsFrom(src, section, key, defValue, buffer, bufferSize);
+}
+
+int ini_gets(const char* section, const char* key, const char* defValue, char* buffer,
+             int bufferSize, IniText text) {
+    Source src(text);
+    return getsFrom(src, section, key, defValue, buffer, bufferSize);
 }
 
 long ini_getl(const char* section, const char* key, long defValue, const char* filename) {
-    char text[64];
-    if (key == nullptr || !lookup(section, key, text, sizeof text, filename) || text[0] == '\0')
-        return defValue;
-    const int base = (text[0] != '\0' && (text[1] == 'x' || text[1] == 'X')) ? 16 : 10;
-    return std::strtol(text, nullptr, base);
+    Source src(filename);
+    return getlFrom(src, section, key, defValue);
+}
+
+long ini_getl(const char* section, const char* key, long defValue, IniText text) {
+    Source src(text);
+    return getlFrom(src, section, key, defValue);
 }
 
 float ini_getf(const char* section, const char* key, float defValue, const char* filename) {
     char text[64];
-    if (key == nullptr || !lookup(section, key, text, sizeof text, filename)) return defValue;
+    Source src(filename);
+    if (key == nullptr || !lookup(src, section, key, text, sizeof text)) return defValue;
     return static_cast<float>(std::strtod(text, nullptr));
 }
 
 int ini_getbool(const char* section, const char* key, int defValue, const char* filename) {
-    char text[2];
+    char text[2] = "";
     ini_gets(section, key, "", text, sizeof text, filename);
     switch (text[0]) {
     case '1': case 'Y': case 'y': case 'T': case 't':
@@ -378,44 +539,23 @@ int ini_getbool(const char* section, const char* key, int defValue, const char* 
 }
 
 int ini_getsection(int index, char* buffer, int bufferSize, const char* filename) {
-    if (buffer == nullptr || bufferSize <= 0) return 0;
-    buffer[0] = '\0';
-    std::FILE* fp = filename != nullptr ? std::fopen(filename, "rb") : nullptr;
-    if (fp == nullptr) return 0;
-    Line line;
-    LineReader reader(fp);
-    int n = 0;
-    int seen = 0;
-    while (index >= 0 && reader.next(line)) {
-        Parsed p = parseLine(line.text);
-        if (p.kind == LineKind::Section && seen++ == index) {
-            n = copyLimited(buffer, bufferSize, p.name);
-            break;
-        }
-    }
-    std::fclose(fp);
-    return n;
+    Source src(filename);
+    return getsectionFrom(src, index, buffer, bufferSize);
+}
+
+int ini_getsection(int index, char* buffer, int bufferSize, IniText text) {
+    Source src(text);
+    return getsectionFrom(src, index, buffer, bufferSize);
 }
 
 int ini_getkey(const char* section, int index, char* buffer, int bufferSize, const char* filename) {
-    if (buffer == nullptr || bufferSize <= 0) return 0;
-    buffer[0] = '\0';
-    std::FILE* fp = filename != nullptr ? std::fopen(filename, "rb") : nullptr;
-    if (fp == nullptr) return 0;
-    Line line;
-    int n = 0;
-    int seen = 0;
-    if (index >= 0) {
-        walkSection(fp, section, line, [&](Line&, Parsed& p) {
-            if (p.kind == LineKind::Key && seen++ == index) {
-                n = copyLimited(buffer, bufferSize, p.name);
-                return false;
-            }
-            return true;
-        });
-    }
-    std::fclose(fp);
-    return n;
+    Source src(filename);
+    return getkeyFrom(src, section, index, buffer, bufferSize);
+}
+
+int ini_getkey(const char* section, int index, char* buffer, int bufferSize, IniText text) {
+    Source src(text);
+    return getkeyFrom(src, section, index, buffer, bufferSize);
 }
 
 int ini_browse(INI_CALLBACK callback, void* userData, const char* filename) {
@@ -439,11 +579,8 @@ int ini_browse(INI_CALLBACK callback, void* userData, const char* filename) {
 int ini_puts(const char* section, const char* key, const char* value, const char* filename) {
     assert(filename != nullptr);
     char keyLine[kBufferSize];
-    int keyLineLen = 0;
-    if (key != nullptr && value != nullptr) {
-        keyLineLen = formatKeyLine(keyLine, key, value);
-        if (keyLineLen < 0) return 0;
-    }
+    const int keyLineLen = keyLineFor(key, value, keyLine);
+    if (keyLineLen < 0) return 0;
 
     std::FILE* fp = std::fopen(filename, "rb");
     if (fp == nullptr) {
@@ -457,73 +594,50 @@ int ini_puts(const char* section, const char* key, const char* value, const char
         return ok ? 1 : 0;
     }
 
-    Edit e;
-    scanForEdit(fp, section, key, value, e);
+    Change c;
+    LineReader reader(fp);
+    planPut(reader, section, key, value, keyLine, keyLineLen, c);
+    if (!c.write || c.fail) {
+        std::fclose(fp);
+        return c.fail ? 0 : 1;
+    }
+    if (c.inPlace) {
+        std::fclose(fp);
+        std::FILE* rw = std::fopen(filename, "r+b");
+        if (rw == nullptr) return 0;
+        bool ok = std::fseek(rw, c.cutStart, SEEK_SET) == 0 && std::fwrite(c.text, 1, c.n, rw) == c.n;
+        ok = std::fclose(rw) == 0 && ok;
+        return ok ? 1 : 0;
+    }
+    return rewrite(fp, filename, c.cutStart, c.cutEnd, c.text, c.n, c.fileEnd);
+}
 
-    if (key == nullptr) {  // delete the section
-        if (!e.sectionFound) {
-            std::fclose(fp);
-            return 1;
-        }
-        return rewrite(fp, filename, e.sectionStart, e.sectionEnd, "", 0, e.fileEnd);
+int ini_puts(const char* section, const char* key, const char* value, IniText text) {
+    if (text.text == nullptr) return 0;
+    char keyLine[kBufferSize];
+    const int keyLineLen = keyLineFor(key, value, keyLine);
+    if (keyLineLen < 0) return 0;
+    Change c;
+    LineReader reader(*text.text);
+    planPut(reader, section, key, value, keyLine, keyLineLen, c);
+    if (c.fail) return 0;
+    if (c.write) {
+        text.text->replace(static_cast<std::size_t>(c.cutStart),
+                           static_cast<std::size_t>(c.cutEnd - c.cutStart), c.text, c.n);
     }
-    if (value == nullptr) {  // delete the key
-        if (!e.keyFound) {
-            std::fclose(fp);
-            return 1;
-        }
-        return rewrite(fp, filename, e.keyStart, e.keyEnd, "", 0, e.fileEnd);
-    }
-    if (e.keyFound) {
-        if (e.sameValue) {
-            std::fclose(fp);
-            return 1;
-        }
-        if (e.keyContentEnd - e.keyStart == keyLineLen) {
-            std::fclose(fp);
-            std::FILE* rw = std::fopen(filename, "r+b");
-            if (rw == nullptr) return 0;
-            bool ok = std::fseek(rw, e.keyStart, SEEK_SET) == 0 &&
-                      std::fwrite(keyLine, 1, static_cast<std::size_t>(keyLineLen), rw) ==
-                          static_cast<std::size_t>(keyLineLen);
-            ok = std::fclose(rw) == 0 && ok;
-            return ok ? 1 : 0;
-        }
-        keyLine[keyLineLen++] = '\n';
-        return rewrite(fp, filename, e.keyStart, e.keyEnd, keyLine,
-                       static_cast<std::size_t>(keyLineLen), e.fileEnd);
-    }
+    return 1;
+}
 
-    // New key: at the end of the section's text, ahead of the blank lines that separate it from the
-    // next section; a new section goes to the end of the file.
-    char text[2 * kBufferSize + 4];
-    std::size_t n = 0;
-    long at = 0;
-    bool needBreak = false;
-    if (e.sectionFound) {
-        at = e.textEnd;
-        needBreak = !e.textTerminated;
-    } else {
-        at = e.fileEnd;
-        needBreak = !e.fileTerminated;
+std::vector<IniLineInfo> ini_lines(const std::string& text) {
+    std::vector<IniLineInfo> lines;
+    Line line;
+    LineReader reader(text);
+    for (int number = 1; reader.next(line); ++number) {
+        std::string kept = line.text;
+        const Parsed p = parseLine(line.text);
+        lines.push_back({number, p.kind, p.name != nullptr ? p.name : "", std::move(kept)});
     }
-    if (needBreak) text[n++] = '\n';
-    if (!e.sectionFound) {
-        const std::size_t slen = std::strlen(section);
-        if (slen >= kBufferSize) {
-            std::fclose(fp);
-            return 0;
-        }
-        text[n++] = '[';
-        std::memcpy(text + n, section, slen);
-        n += slen;
-        text[n++] = ']';
-        text[n++] = '\n';
-    }
-    std::memcpy(text + n, keyLine, static_cast<std::size_t>(keyLineLen));
-    n += static_cast<std::size_t>(keyLineLen);
-    text[n++] = '\n';
-    return rewrite(fp, filename, at, at, text, n, e.fileEnd);
+    return lines;
 }
 
 int ini_putl(const char* section, const char* key, long value, const char* filename) {

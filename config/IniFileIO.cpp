@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "config/IniAccess.h"
 
@@ -38,15 +39,48 @@ bool formatArray(char* buffer, std::size_t size, const T* values, int count, con
 
 }  // namespace
 
-IniFileIO::IniFileIO(const std::string& fileName) : m_fileName(fileName) {
+IniFileIO::IniFileIO(const std::string& fileName) : m_fileName(fileName) { readKeys(); }
+
+IniFileIO IniFileIO::fromText(const std::string& name, std::string text) {
+    IniFileIO ini(name, std::move(text));
+    return ini;
+}
+
+IniFileIO::IniFileIO(const std::string& name, std::string text)
+    : m_fileName(name), m_inMemory(true), m_text(std::move(text)) {
+    readKeys();
+}
+
+void IniFileIO::readKeys() {
     m_buffer[0] = '\0';
-    const char* file = m_fileName.c_str();
     char section[64];
-    for (int s = 0; ini_getsection(s, section, sizeof section, file) > 0; ++s) {
+    const auto getsection = [&](int s) {
+        return m_inMemory ? ini_getsection(s, section, sizeof section, IniText{&m_text})
+                          : ini_getsection(s, section, sizeof section, m_fileName.c_str());
+    };
+    const auto getkey = [&](int k) {
+        return m_inMemory ? ini_getkey(section, k, m_buffer, sizeof m_buffer, IniText{&m_text})
+                          : ini_getkey(section, k, m_buffer, sizeof m_buffer, m_fileName.c_str());
+    };
+    for (int s = 0; getsection(s) > 0; ++s) {
         std::set<std::string>& keys = m_keys[section];
-        for (int k = 0; ini_getkey(section, k, m_buffer, sizeof m_buffer, file) > 0; ++k)
-            keys.insert(m_buffer);
+        for (int k = 0; getkey(k) > 0; ++k) keys.insert(m_buffer);
     }
+}
+
+int IniFileIO::gets(const char* section, const char* key, const char* defaultText) {
+    return m_inMemory ? ini_gets(section, key, defaultText, m_buffer, sizeof m_buffer, IniText{&m_text})
+                      : ini_gets(section, key, defaultText, m_buffer, sizeof m_buffer, m_fileName.c_str());
+}
+
+long IniFileIO::getl(const char* section, const char* key, long defaultValue) {
+    return m_inMemory ? ini_getl(section, key, defaultValue, IniText{&m_text})
+                      : ini_getl(section, key, defaultValue, m_fileName.c_str());
+}
+
+bool IniFileIO::puts(const char* section, const char* key, const char* value) {
+    return (m_inMemory ? ini_puts(section, key, value, IniText{&m_text})
+                       : ini_puts(section, key, value, m_fileName.c_str())) == 1;
 }
 
 bool IniFileIO::isSectionExist(const char* section) const {
@@ -61,26 +95,26 @@ bool IniFileIO::isKeyExist(const char* section, const char* key) const {
 
 bool IniFileIO::getVariable(const char* section, const char* key, bool& value,
                             const char* defaultText) {
-    value = ini_getl(section, key, defaultNumber(defaultText), m_fileName.c_str()) != 0;
+    value = getl(section, key, defaultNumber(defaultText)) != 0;
     return isKeyExist(section, key);
 }
 
 bool IniFileIO::getVariable(const char* section, const char* key, int& value,
                             const char* defaultText) {
-    value = static_cast<int>(ini_getl(section, key, defaultNumber(defaultText), m_fileName.c_str()));
+    value = static_cast<int>(getl(section, key, defaultNumber(defaultText)));
     return isKeyExist(section, key);
 }
 
 bool IniFileIO::getVariable(const char* section, const char* key, double& value,
                             const char* defaultText) {
-    ini_gets(section, key, defaultText, m_buffer, sizeof m_buffer, m_fileName.c_str());
+    gets(section, key, defaultText);
     value = std::strtod(m_buffer, nullptr);
     return isKeyExist(section, key);
 }
 
 bool IniFileIO::getVariable(const char* section, const char* key, std::string& value,
                             const char* defaultText, bool toLower) {
-    ini_gets(section, key, defaultText, m_buffer, sizeof m_buffer, m_fileName.c_str());
+    gets(section, key, defaultText);
     value = m_buffer;
     if (toLower) {
         for (char& c : value) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -89,12 +123,13 @@ bool IniFileIO::getVariable(const char* section, const char* key, std::string& v
 }
 
 // Splits the value at the separator the way strtok does (runs of separators give no empty
-// elements) and parses up to `count` elements. Too few elements: the last one parsed is copied
-// into the next slot only, and the read fails.
+// elements) and parses up to `count` elements; `parse` may leave an element it cannot convert as
+// it was. Too few elements: the last one parsed is copied into the next slot only, and the read
+// fails.
 template <class T, class Parse>
 bool IniFileIO::readArray(const char* section, const char* key, T* values, int count,
                           const char* defaultText, Parse parse) {
-    ini_gets(section, key, defaultText, m_buffer, sizeof m_buffer, m_fileName.c_str());
+    gets(section, key, defaultText);
     int n = 0;
     char* p = m_buffer;
     while (n < count) {
@@ -103,7 +138,7 @@ bool IniFileIO::readArray(const char* section, const char* key, T* values, int c
         char* end = p + std::strcspn(p, m_seperator);
         const bool last = (*end == '\0');
         *end = '\0';
-        values[n++] = parse(p);
+        parse(p, values[n++]);
         if (last) break;
         p = end + 1;
     }
@@ -114,27 +149,31 @@ bool IniFileIO::readArray(const char* section, const char* key, T* values, int c
 
 bool IniFileIO::getArray(const char* section, const char* key, int* values, int count,
                          const char* defaultText) {
-    return readArray(section, key, values, count, defaultText, [](const char* token) {
-        // Only a lower-case x marks hexadecimal; "0X1F" goes through the decimal parser as 0.
-        if (std::strchr(token, 'x') != nullptr)
-            return static_cast<int>(static_cast<unsigned int>(std::strtoul(token, nullptr, 16)));
-        return static_cast<int>(std::strtol(token, nullptr, 10));
+    return readArray(section, key, values, count, defaultText, [](const char* token, int& value) {
+        // Only a lower-case x marks hexadecimal; "0X1F" goes through the decimal parser as 0. A
+        // hexadecimal token that does not convert leaves the element as it was.
+        if (std::strchr(token, 'x') != nullptr) {
+            unsigned int v = 0;
+            if (std::sscanf(token, "%x", &v) == 1) value = static_cast<int>(v);
+        } else {
+            value = static_cast<int>(std::strtol(token, nullptr, 10));
+        }
     });
 }
 
 bool IniFileIO::getArray(const char* section, const char* key, double* values, int count,
                          const char* defaultText) {
     return readArray(section, key, values, count, defaultText,
-                     [](const char* token) { return std::strtod(token, nullptr); });
+                     [](const char* token, double& value) { value = std::strtod(token, nullptr); });
 }
 
 bool IniFileIO::setVariable(const char* section, const char* key, bool value) {
     std::snprintf(m_buffer, sizeof m_buffer, "%d", value ? 1 : 0);
-    return ini_puts(section, key, m_buffer, m_fileName.c_str()) == 1;
+    return puts(section, key, m_buffer);
 }
 
 bool IniFileIO::setVariable(const char* section, const char* key, const char* value) {
-    return ini_puts(section, key, value, m_fileName.c_str()) == 1;
+    return puts(section, key, value);
 }
 
 bool IniFileIO::setVariable(const char* section, const char* key, int value, bool hex) {
@@ -150,10 +189,10 @@ bool IniFileIO::setArray(const char* section, const char* key, const int* values
     if (!formatArray(m_buffer, sizeof m_buffer, values, count, hex ? "0x%x" : "%d",
                      hex ? ", 0x%x" : ", %d", 4084))
         return false;
-    return ini_puts(section, key, m_buffer, m_fileName.c_str()) == 1;
+    return puts(section, key, m_buffer);
 }
 
 bool IniFileIO::setArray(const char* section, const char* key, const double* values, int count) {
     if (!formatArray(m_buffer, sizeof m_buffer, values, count, "%lf", ", %lf", 4078)) return false;
-    return ini_puts(section, key, m_buffer, m_fileName.c_str()) == 1;
+    return puts(section, key, m_buffer);
 }

@@ -1,5 +1,6 @@
 #include "framework/IPBase.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
@@ -58,15 +59,29 @@ void storeElement(void* var, const TVarInfo& v, int i, int value) {
     }
 }
 
-std::string paramName(const TVarInfo& v) { return v.name.first + "/" + v.name.second; }
-
-std::string notInTable(const TVarInfo& v) {
-    return "Cannot find parameter name \"" + paramName(v) + "\" in the register table!";
+ParamProblem problem(ParamProblem::Kind kind, const TVarInfo& v) {
+    ParamProblem p;
+    p.kind = kind;
+    p.name = v.name;
+    p.count = v.count;
+    return p;
 }
 
-std::string outOfRange(const TVarInfo& v, int value, const TParamInfo& info) {
-    return "Parameter \"" + paramName(v) + "\" is out of range! " + std::to_string(value) +
-           " is not in [" + std::to_string(info.minVal) + ", " + std::to_string(info.maxVal) + "]!";
+std::string notInTable(const TVarInfo& v) {
+    return paramProblemText(problem(ParamProblem::Kind::NotInTable, v));
+}
+
+ParamProblem outOfRange(const TVarInfo& v, int element, int value, const TParamInfo& info) {
+    ParamProblem p = problem(ParamProblem::Kind::OutOfRange, v);
+    p.element = element;
+    p.value = value;
+    p.minVal = info.minVal;
+    p.maxVal = info.maxVal;
+    return p;
+}
+
+void appendTexts(const std::vector<ParamProblem>& problems, std::vector<std::string>& errors) {
+    for (const ParamProblem& p : problems) errors.push_back(paramProblemText(p));
 }
 
 const TParamInfo* lookup(RegisterTable& regs, const TVarInfo& v) {
@@ -80,7 +95,8 @@ std::string transformed(const std::string& s, int (*f)(int)) {
     return out;
 }
 
-// Calls f(field, element value) for every register field of every binding, in address order.
+// Calls f(binding, table record, field, element index, element value) for every register field
+// of every binding, in address order.
 template <class F>
 bool forEachField(const std::map<void*, TVarInfo>& vars, RegisterTable& regs,
                   std::vector<std::string>& errors, F f) {
@@ -97,8 +113,9 @@ bool forEachField(const std::map<void*, TVarInfo>& vars, RegisterTable& regs,
             if (field.address < 0) continue;
             int element = 0;
             if (v.count != 1) element = field.index != -1 ? field.index : static_cast<int>(pos);
-            if (element < 0 || element >= v.count) continue;  // the table names an element the block lacks
-            f(field, readElement(var, v, element));
+            // The table may name an element the block lacks.
+            if (element < 0 || element >= v.count) continue;
+            f(v, *info, field, element, readElement(var, v, element));
         }
     }
     return ok;
@@ -128,13 +145,28 @@ void setBits(int value, int srcHi, int srcLo, int& reg, int dstHi, int dstLo) {
 void setRandSeed(unsigned int seed) { generator().seed(seed); }
 
 int randomVal(int lo, int hi) {
-    // 53-bit uniform double in [0, 1): all 32 bits of the first output below 21 bits of the second.
-    const std::uint64_t low = generator()();
-    const std::uint64_t high = generator()() >> 11;
-    const double u = static_cast<double>((high << 32) | low) * (1.0 / 9007199254740992.0);
+    // u in [0, 1) from two outputs, the first the low word: (a + b * 2^32) / 2^64, nudged below 1
+    // when the sum rounds up to 2^64.
+    const double u = std::generate_canonical<double, 53>(generator());
     const long long span = static_cast<long long>(hi) - lo + 1;
     if (span <= 0) return lo;
     return static_cast<int>(lo + static_cast<long long>(static_cast<double>(span) * u));
+}
+
+std::string paramProblemText(const ParamProblem& p) {
+    const std::string name = "\"" + p.name.first + "/" + p.name.second + "\"";
+    switch (p.kind) {
+    case ParamProblem::Kind::NotInTable:
+        return "Cannot find parameter name " + name + " in the register table!";
+    case ParamProblem::Kind::NotInIni:
+        return "Cannot find parameter name " + name + " in the INI file!";
+    case ParamProblem::Kind::OutOfRange:
+        return "Parameter " + name + " is out of range! " + std::to_string(p.value) + " is not in [" +
+               std::to_string(p.minVal) + ", " + std::to_string(p.maxVal) + "]!";
+    case ParamProblem::Kind::ArrayLength:
+        break;
+    }
+    return "Failed to get parameter " + name + "! (Array length mismatch ?)";
 }
 
 IPBase::IPBase(const std::string& name) : m_name(name) {}
@@ -163,27 +195,53 @@ bool IPBase::randomSpecificParam(RegisterTable&, TGlobalParam&, bool, std::vecto
     return true;
 }
 
+std::vector<TRegSlice> registerSlices(const TRegEntity& f) {
+    // Registers are 16 bits: what does not fit the first continues from bit 0 of the next, taking
+    // the element shifted right by 16 per register; every register takes at most the field's
+    // source width.
+    std::vector<TRegSlice> slices;
+    const int srcLo = f.srcLo < 0 ? 0 : f.srcLo;
+    const int srcWidth = f.srcHi - srcLo + 1;
+    for (int r = 0; r <= f.spanHi - f.spanLo; ++r) {
+        TRegSlice s;
+        s.address = f.address + r;
+        s.shift = r == 0 ? (f.dstLo < 0 ? 0 : f.dstLo) : 0;
+        const int hi = f.dstHi - 16 * r < 15 ? f.dstHi - 16 * r : 15;
+        s.width = std::min(srcWidth, hi - s.shift + 1);
+        s.source = std::min(srcLo + 16 * r, 31);
+        if (s.width > 0) slices.push_back(s);
+    }
+    return slices;
+}
+
 bool IPBase::getRegisterAddress(RegisterTable& regs, std::unordered_set<int>& addresses,
                                 std::vector<std::string>& errors) {
-    return forEachField(m_varInfo, regs, errors, [&](const TRegEntity& f, int) {
-        for (int r = 0; r <= f.spanHi - f.spanLo; ++r) addresses.insert(f.address + r);
-    });
+    return forEachField(m_varInfo, regs, errors,
+                        [&](const TVarInfo&, const TParamInfo&, const TRegEntity& f, int, int) {
+                            for (int r = 0; r <= f.spanHi - f.spanLo; ++r)
+                                addresses.insert(f.address + r);
+                        });
 }
 
 bool IPBase::getRegisterValue(RegisterTable& regs, std::map<int, int>& values,
                               std::vector<std::string>& errors) {
-    return forEachField(m_varInfo, regs, errors, [&](const TRegEntity& f, int element) {
-        // Registers are 16 bits: what does not fit the first continues from bit 0 of the next.
-        int dstHi = f.dstHi;
-        int dstLo = f.dstLo;
-        for (int r = 0; r <= f.spanHi - f.spanLo; ++r) {
-            int& reg = values[f.address + r];
-            setBits(element, f.srcHi, f.srcLo, reg, dstHi < 15 ? dstHi : 15, dstLo);
-            element >>= 16;
-            dstHi -= 16;
-            dstLo = 0;
-        }
-    });
+    return forEachField(
+        m_varInfo, regs, errors,
+        [&](const TVarInfo&, const TParamInfo&, const TRegEntity& f, int, int element) {
+            for (const TRegSlice& s : registerSlices(f)) {
+                setBits(element, s.source + s.width - 1, s.source, values[s.address],
+                        s.shift + s.width - 1, s.shift);
+            }
+        });
+}
+
+bool IPBase::getRegisterFields(RegisterTable& regs, std::vector<TFieldUse>& fields,
+                               std::vector<std::string>& errors) {
+    return forEachField(m_varInfo, regs, errors,
+                        [&](const TVarInfo& v, const TParamInfo& info, const TRegEntity& f,
+                            int element, int value) {
+                            fields.push_back({&v, &info, &f, element, value});
+                        });
 }
 
 bool IPBase::getRegisterValueSequence(RegisterTable&, std::vector<TAddrVal>&,
@@ -266,6 +324,14 @@ void IPBase::setDefaultParam(RegisterTable& regs) {
 }
 
 bool IPBase::loadParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::string>& errors) {
+    std::vector<ParamProblem> problems;
+    const bool ok = loadParamReport(ini, regs, problems);
+    appendTexts(problems, errors);
+    return ok;
+}
+
+bool IPBase::loadParamReport(IniFileIO& ini, RegisterTable& regs,
+                             std::vector<ParamProblem>& problems) {
     bool ok = true;
     std::vector<int> buffer;
     for (auto& [var, v] : m_varInfo) {
@@ -273,13 +339,13 @@ bool IPBase::loadParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::str
         const char* key = v.name.second.c_str();
         const TParamInfo* info = lookup(regs, v);
         if (info == nullptr) {
-            errors.push_back(notInTable(v));
+            problems.push_back(problem(ParamProblem::Kind::NotInTable, v));
             ok = false;
         } else if (info->iniExcluded) {
             continue;
         }
         if (!ini.isKeyExist(section, key)) {
-            errors.push_back("Cannot find parameter name \"" + paramName(v) + "\" in the INI file!");
+            problems.push_back(problem(ParamProblem::Kind::NotInIni, v));
             ok = false;
             continue;
         }
@@ -291,15 +357,14 @@ bool IPBase::loadParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::str
             ini.getVariable(section, key, value, defaultText.c_str());
             storeElement(var, v, 0, value);
             if (info != nullptr && (value < info->minVal || value > info->maxVal)) {
-                errors.push_back(outOfRange(v, value, *info));
+                problems.push_back(outOfRange(v, 0, value, *info));
                 ok = false;
             }
             continue;
         }
         buffer.assign(static_cast<std::size_t>(v.count), 0);
         if (!ini.getArray(section, key, buffer.data(), v.count, "")) {
-            errors.push_back("Failed to get parameter \"" + paramName(v) +
-                             "\"! (Array length mismatch ?)");
+            problems.push_back(problem(ParamProblem::Kind::ArrayLength, v));
             ok = false;
             continue;
         }
@@ -307,7 +372,7 @@ bool IPBase::loadParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::str
             const int value = buffer[static_cast<std::size_t>(i)];
             storeElement(var, v, i, value);
             if (info != nullptr && (value < info->minVal || value > info->maxVal)) {
-                errors.push_back(outOfRange(v, value, *info));
+                problems.push_back(outOfRange(v, i, value, *info));
                 ok = false;
             }
         }
@@ -317,19 +382,26 @@ bool IPBase::loadParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::str
 }
 
 bool IPBase::checkParam(RegisterTable& regs, std::vector<std::string>& errors) {
+    std::vector<ParamProblem> problems;
+    const bool ok = checkParamReport(regs, problems);
+    appendTexts(problems, errors);
+    return ok;
+}
+
+bool IPBase::checkParamReport(RegisterTable& regs, std::vector<ParamProblem>& problems) {
     if (!m_paramLoaded) return true;
     bool ok = true;
     for (const auto& [var, v] : m_varInfo) {
         const TParamInfo* info = lookup(regs, v);
         if (info == nullptr) {
-            errors.push_back(notInTable(v));
+            problems.push_back(problem(ParamProblem::Kind::NotInTable, v));
             ok = false;
             continue;
         }
         for (int i = 0; i < v.count; ++i) {
             const int value = readElement(var, v, i);
             if (value < info->minVal || value > info->maxVal) {
-                errors.push_back(outOfRange(v, value, *info));
+                problems.push_back(outOfRange(v, i, value, *info));
                 ok = false;
             }
         }
@@ -376,7 +448,7 @@ bool IPBase::saveParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::str
             written = ini.setArray(section, key, buffer.data(), v.count, false);
         }
         if (!written) {
-            errors.push_back("Failed to save parameter \"" + paramName(v) +
+            errors.push_back("Failed to save parameter \"" + v.name.first + "/" + v.name.second +
                              "\"! (Array length mismatch ?)");
             ok = false;
         }

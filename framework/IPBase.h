@@ -64,8 +64,53 @@ struct TParamInfo {
     std::vector<TRegEntity> regs;
 };
 
+// One problem a parameter operation found, as data: the parameter, the kind of problem and, for a
+// value out of range, the element, the value and the range. The operations that collect texts
+// append paramProblemText of each; a tool can read the fields instead of the sentence.
+struct ParamProblem {
+    enum class Kind {
+        NotInTable,   // the register table has no entry for the name
+        NotInIni,     // the INI file has no such key; the variable kept its value
+        OutOfRange,   // value (element `element`) is outside minVal..maxVal; it stays stored
+        ArrayLength,  // the array read gave fewer than `count` elements; the variable is unchanged
+    };
+    Kind kind = Kind::NotInTable;
+    std::pair<std::string, std::string> name;  // section, key
+    int element = 0;
+    int value = 0;
+    int minVal = 0;
+    int maxVal = 0;
+    int count = 1;  // elements bound
+};
+
+// The block's own message for a problem, e.g.
+// Parameter "FBC/reg_tr_ext_en" is out of range! 5 is not in [0, 1]!
+std::string paramProblemText(const ParamProblem& problem);
+
 // Replaces bits dstHi..dstLo of reg by the low bits of value's bits srcHi..srcLo.
 void setBits(int value, int srcHi, int srcLo, int& reg, int dstHi, int dstLo);
+
+// The part of a register field that lands in one 16-bit register: `width` bits of the element,
+// from element bit `source` up (the element read as a 32-bit signed value shifted arithmetically,
+// so a source of 31 repeats the sign), in bits shift..shift+width-1 of register `address`.
+struct TRegSlice {
+    int address = 0;
+    int shift = 0;
+    int width = 0;
+    int source = 0;
+};
+// The slices of a field, first register first; a field that takes no bits has none.
+std::vector<TRegSlice> registerSlices(const TRegEntity& field);
+
+// One register field of a bound parameter as the register composition reads it: the binding,
+// its table record, the field, the element of the variable that the field takes and its value.
+struct TFieldUse {
+    const TVarInfo* var = nullptr;
+    const TParamInfo* info = nullptr;
+    const TRegEntity* field = nullptr;
+    int element = 0;
+    int value = 0;
+};
 
 // The library-wide MT19937 generator used for parameter randomisation.
 void setRandSeed(unsigned int seed);
@@ -93,6 +138,9 @@ public:
                                     std::vector<std::string>& errors);
     virtual bool getRegisterValue(RegisterTable& regs, std::map<int, int>& values,
                                   std::vector<std::string>& errors);
+    // Every register field of the bound parameters, in the order getRegisterValue composes them.
+    bool getRegisterFields(RegisterTable& regs, std::vector<TFieldUse>& fields,
+                           std::vector<std::string>& errors);
     virtual bool getRegisterValueSequence(RegisterTable& regs, std::vector<TAddrVal>& seq,
                                           std::vector<std::string>& errors);
     virtual bool checkParam(RegisterTable& regs, std::vector<std::string>& errors);
@@ -114,6 +162,9 @@ public:
               int count);
     void setDefaultParam(RegisterTable& regs);
     bool loadParam(IniFileIO& ini, RegisterTable& regs, std::vector<std::string>& errors);
+    // loadParam and checkParam reporting their problems as data, in the order of their messages.
+    bool loadParamReport(IniFileIO& ini, RegisterTable& regs, std::vector<ParamProblem>& problems);
+    bool checkParamReport(RegisterTable& regs, std::vector<ParamProblem>& problems);
     bool randomParam(RegisterTable& regs, bool useRandomRange, std::vector<std::string>& errors);
     const TParamInfo* getParamInfo(RegisterTable& regs, void* var,
                                    std::vector<std::string>& errors);

@@ -14,7 +14,7 @@ cd "$(dirname "$0")/.."
 
 seconds=${FUZZ_SECONDS:-60}
 build=${FUZZ_BUILD:-build-fuzz}
-targets=${FUZZ_TARGETS:-"block_decode block_encode raw_decode ini image register_table"}
+targets=${FUZZ_TARGETS:-"block_decode block_encode raw_decode ini image register_table vector_codec"}
 jobs=${JOBS:-$(nproc 2>/dev/null || echo 2)}
 
 if ! command -v clang++ >/dev/null 2>&1; then

@@ -51,39 +51,43 @@ Frame* Frame::cloneFrame() const {
 }
 
 // Only the colour space survives a crop: depth, layout and RGB-IR layout go back to defaults.
+// The result has the size asked for, so crop(x, y, 0, 3) is a 0x3 frame without samples; a
+// negative side counts as 0, as nothing is rejected.
 Frame Frame::crop(int x, int y, int w, int h) const {
   Frame f(cs, CFA_RGGB, 16, RGBIR_NONE);
-  if (w <= 0 || h <= 0) {
-    f.create(0, 0);
-    return f;
-  }
-  f.create(w, h);
-  for (int r = 0; r < h; ++r) {
-    PIXEL* dst = f.data + static_cast<std::ptrdiff_t>(r) * w;
-    for (int c = 0; c < w; ++c) dst[c] = GetPixel(x + c, y + r);
+  f.create(w < 0 ? 0 : w, h < 0 ? 0 : h);
+  for (int r = 0; r < f.height; ++r) {
+    PIXEL* dst = f.data + static_cast<std::ptrdiff_t>(r) * f.width;
+    for (int c = 0; c < f.width; ++c) dst[c] = GetPixel(x + c, y + r);
   }
   return f;
 }
 
+// The sample is shifted once through each of C, R, G and B. Without offsets every pixel maps to
+// itself, so each sample is shifted four times. With offsets the accessors map (x, y) to the
+// clamped (x + offsetX, y + offsetY): samples reached from several pixels shift four times per
+// visit, samples no pixel reaches keep their value.
 void Frame::convertDepth(int newDepth) {
   const int old = depth;
   if (old != newDepth && height > 0 && width > 0) {
-    // Four shifts by d, not one: the sample is shifted once through each of C, R, G and B, which
-    // all address the same value.
-    const std::size_t n = size();
-    if (newDepth > old) {
-      const int d = newDepth - old;
+    const bool left = newDepth > old;
+    const int d = left ? newDepth - old : old - newDepth;
+    const auto step = [left, d](PIXEL& v) { v = left ? shiftLeftStep(v, d) : shiftRightStep(v, d); };
+    if (offsetX == 0 && offsetY == 0) {
+      const std::size_t n = size();
       for (std::size_t i = 0; i < n; ++i) {
         PIXEL v = data[i];
-        for (int step = 0; step < 4; ++step) v = shiftLeftStep(v, d);
+        for (int k = 0; k < 4; ++k) step(v);
         data[i] = v;
       }
     } else {
-      const int d = old - newDepth;
-      for (std::size_t i = 0; i < n; ++i) {
-        PIXEL v = data[i];
-        for (int step = 0; step < 4; ++step) v = shiftRightStep(v, d);
-        data[i] = v;
+      for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+          step(C(x, y));
+          step(R(x, y));
+          step(G(x, y));
+          step(B(x, y));
+        }
       }
     }
   }

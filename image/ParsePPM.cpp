@@ -328,7 +328,9 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
 }  // namespace
 
 std::string get_file_token(std::ifstream& in) {
-  if (in.peek() == std::ifstream::traits_type::eof()) error_parse_file("");
+  // At the end means a read has already hit it (the stream's end-of-file state), not that the
+  // next byte is missing: a file ending in a separator still yields one empty token.
+  if (in.eof()) error_parse_file("");
   return scanToken([&in] {
     const auto ch = in.get();
     return ch == std::ifstream::traits_type::eof() ? -1 : static_cast<int>(ch);

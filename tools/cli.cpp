@@ -91,6 +91,42 @@ long long Args::requiredInteger(const std::string& name, long long lo, long long
   return v;
 }
 
+std::uint64_t Args::seed(std::uint64_t max) const {
+  const std::string& text = value("seed");
+  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  const std::size_t digits = hex ? 2 : 0;
+  if (text.size() == digits ||
+      text.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789", digits) != std::string::npos) {
+    usageError("--seed: '" + text + "' is not a decimal or 0x hexadecimal integer");
+  }
+  errno = 0;
+  const unsigned long long v = std::strtoull(text.c_str() + digits, nullptr, hex ? 16 : 10);
+  if (errno == ERANGE || v > max) usageError("--seed: " + text + " is out of range 0.." + std::to_string(max));
+  return v;
+}
+
+int runVerbs(const char* command, const char* about, const std::vector<Verb>& verbs,
+             const std::vector<std::string>& argv) {
+  const std::string verb = argv.empty() ? "" : argv[0];
+  const std::string prefix = std::string(command) + " ";
+  for (const Verb& v : verbs) {
+    if (v.spec->name == prefix + verb) {
+      return v.run(std::vector<std::string>(argv.begin() + 1, argv.end()));
+    }
+  }
+  if (verb == "--help" || verb == "-h") {
+    const char* lead = "usage: ";
+    for (const Verb& v : verbs) {
+      std::cout << lead << "fbc " << v.spec->name << ' ' << v.spec->synopsis << '\n';
+      lead = "       ";
+    }
+    std::cout << lead << "fbc " << command << " <verb> --help\n\n" << about << '\n';
+    return kExitOk;
+  }
+  const std::string hint = " (try 'fbc " + std::string(command) + " --help')";
+  usageError(verb.empty() ? "missing verb" + hint : "unknown verb '" + verb + "'" + hint);
+}
+
 bool parseArgs(const CommandSpec& cmd, const std::vector<std::string>& argv, Args& args) {
   bool optionsDone = false;
   for (std::size_t i = 0; i < argv.size(); ++i) {

@@ -67,6 +67,8 @@ class Args {
   long long integer(const std::string& name, long long lo, long long hi, long long fallback) const;
   // The same for an option that must be given.
   long long requiredInteger(const std::string& name, long long lo, long long hi) const;
+  // --seed, which must be given: decimal or "0x" hexadecimal, 0..max. The one reading of a seed.
+  std::uint64_t seed(std::uint64_t max) const;
 
  private:
   friend bool parseArgs(const CommandSpec&, const std::vector<std::string>&, Args&);
@@ -81,6 +83,16 @@ class Args {
 // for an unknown option, a missing value, a repeated option or a wrong argument count.
 bool parseArgs(const CommandSpec& cmd, const std::vector<std::string>& argv, Args& args);
 void printHelp(const CommandSpec& cmd);
+
+// A command made of verbs ("fbc params show ..."): each verb a CommandSpec named "<command>
+// <verb>" and its run function. runVerbs picks the verb by the first word and hands it the rest;
+// "--help" lists every verb's usage line; a missing or unknown verb is a usage Error.
+struct Verb {
+  const CommandSpec* spec;
+  int (*run)(const std::vector<std::string>& argv);
+};
+int runVerbs(const char* command, const char* about, const std::vector<Verb>& verbs,
+             const std::vector<std::string>& argv);
 
 // Options several subcommands share.
 extern const OptionSpec kOptWidth;

@@ -190,7 +190,7 @@ int runCover(const Words& argv) {
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
   const std::string outdir = args.value("out");
   if (outdir.empty()) usageError("--out: empty directory name");
-  const auto masterSeed = static_cast<unsigned int>(args.integer("seed", 0, 0xFFFFFFFFLL, 1));
+  const auto masterSeed = static_cast<unsigned int>(args.has("seed") ? args.seed(0xFFFFFFFFu) : 1);
   const long long budget = args.integer("budget", 1000, 1000000000, 4000000);
   const RegisterMap registerMap(args);
   RegisterTable& regs = registerMap.table();

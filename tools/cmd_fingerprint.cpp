@@ -68,20 +68,7 @@ struct Sha256 {
   }
 };
 
-std::uint64_t parseSeed(const Args& args) {
-  if (!args.has("seed")) return 0;
-  const std::string& v = args.value("seed");
-  std::size_t used = 0;
-  unsigned long long s = 0;
-  try {
-    s = std::stoull(v, &used, 0);
-  } catch (...) {
-    used = 0;
-  }
-  if (v.empty() || used != v.size() || v[0] == '-' || v[0] == '+' || v[0] == ' ')
-    usageError("--seed " + v + ": not an integer 0..2^64-1");
-  return s;
-}
+std::uint64_t parseSeed(const Args& args) { return args.has("seed") ? args.seed(UINT64_MAX) : 0; }
 
 const CodecVariant* chosenPath(const Args& args) {
   if (!args.has("path")) return activeVariant();

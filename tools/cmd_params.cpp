@@ -33,12 +33,14 @@ const CommandSpec kDefaults{
 
 const CommandSpec kCheck{
     "params check",
-    "[--registers FILE] IN.ini",
-    "Loads IN.ini over the defaults and prints every problem: keys missing from the file,\n"
-    "values out of range, arrays of the wrong length, keys that name no parameter (with the\n"
-    "nearest real name), then what the range check finds. Exit status 0 only when there is\n"
-    "none, else 2.",
-    {kOptRegisters},
+    "[--complete] [--registers FILE] IN.ini",
+    "Loads IN.ini over the defaults as every command does and prints every problem: lines the\n"
+    "INI readers would pass over (a byte order mark, a section or key given twice, a line that is\n"
+    "no section, key or comment, a section other than [Enable] and [FBC]), values out of range,\n"
+    "arrays of the wrong length, keys that name no parameter (with the nearest real name), then\n"
+    "what the range check finds. Keys the file leaves out keep their defaults; with --complete\n"
+    "they are problems too. Exit status 0 only when there is none, else 2.",
+    {{"complete", nullptr, "every parameter must be in the file"}, kOptRegisters},
     1,
     1};
 
@@ -48,23 +50,11 @@ const CommandSpec kRandom{
     "Seeds the parameter generator with N, draws every parameter uniformly from its checking\n"
     "range (with --random-range from its random range), applies the block's own rules for\n"
     "drawn parameters, and writes the result to OUT.ini. The seed is echoed.",
-    {{"seed", "N", "generator seed, 0..4294967295"},
+    {{"seed", "N", "generator seed, 0..4294967295, decimal or 0x hexadecimal"},
      {"random-range", nullptr, "draw from each parameter's random range"},
      kOptRegisters},
     1,
     1};
-
-void printParamsUsage(std::ostream& os) {
-  os << "usage: fbc params show [--params FILE.ini] [--set KEY=VALUE ...] [--registers FILE]\n"
-        "       fbc params defaults [--registers FILE] OUT.ini\n"
-        "       fbc params check [--registers FILE] IN.ini\n"
-        "       fbc params random --seed N [--random-range] [--registers FILE] OUT.ini\n"
-        "       fbc params <verb> --help\n\n"
-        "Parameter files of the codec block: an INI file with the key reg_fbc_en in section\n"
-        "[Enable] and every register in section [FBC], arrays comma-separated. --registers\n"
-        "names a register map (the format of data/fbc_registers.txt) to check them against\n"
-        "instead of the built-in one.\n";
-}
 
 int runShow(const Words& argv) {
   Args args;
@@ -94,7 +84,7 @@ int runCheck(const Words& argv) {
   const RegisterMap regs(args);
   Compression1x8 codec("FBC", false);
   resetCodec(codec);
-  throwProblems(path, checkParamFile(codec, regs.table(), path));
+  throwProblems(path, checkParamFile(codec, regs.table(), path, args.has("complete")));
   std::cout << path << ": no problems\n";
   return kExitOk;
 }
@@ -102,7 +92,7 @@ int runCheck(const Words& argv) {
 int runDrawParams(const Words& argv) {
   Args args;
   if (!parseArgs(kRandom, argv, args)) return kExitOk;
-  const auto seed = static_cast<unsigned int>(args.requiredInteger("seed", 0, 0xFFFFFFFFLL));
+  const auto seed = static_cast<unsigned int>(args.seed(0xFFFFFFFFu));
   const bool randomRange = args.has("random-range");
   const RegisterMap regs(args);
   Compression1x8 codec("FBC", false);
@@ -123,18 +113,16 @@ int runDrawParams(const Words& argv) {
 }  // namespace
 
 int runParams(const Words& argv) {
-  const std::string verb = argv.empty() ? "" : argv[0];
-  const Words rest(argv.begin() + (argv.empty() ? 0 : 1), argv.end());
-  if (verb == "show") return runShow(rest);
-  if (verb == "defaults") return runDefaults(rest);
-  if (verb == "check") return runCheck(rest);
-  if (verb == "random") return runDrawParams(rest);
-  if (verb == "--help" || verb == "-h") {
-    printParamsUsage(std::cout);
-    return kExitOk;
-  }
-  usageError(verb.empty() ? "missing verb (try 'fbc params --help')"
-                          : "unknown verb '" + verb + "' (try 'fbc params --help')");
+  return runVerbs("params",
+                  "Parameter files of the codec block: an INI file with the key reg_fbc_en in section\n"
+                  "[Enable] and every register in section [FBC], arrays comma-separated. --registers\n"
+                  "names a register map (the format of data/fbc_registers.txt) to check them against\n"
+                  "instead of the built-in one.",
+                  {{&kShow, runShow},
+                   {&kDefaults, runDefaults},
+                   {&kCheck, runCheck},
+                   {&kRandom, runDrawParams}},
+                  argv);
 }
 
 }  // namespace fbc::cli

@@ -69,7 +69,7 @@ const CommandSpec kSpec{
     "  picture_percent         with --images, chance in percent that a test crops a picture\n"
     "                          instead of generating one, default 100",
     {{"count", "N", "number of tests, 1..100000"},
-     {"seed", "S", "master seed, 0..4294967295"},
+     {"seed", "S", "master seed, 0..4294967295, decimal or 0x hexadecimal"},
      {"outdir", "DIR", "directory of the tests (created if missing)"},
      {"shard", "K/N", "write only the tests whose index i has i mod N = K"},
      {"coverage", nullptr, "write each test's cover-point counts to coverage.json"},
@@ -107,24 +107,19 @@ Settings readSettings(const std::string& path) {
   for (const SettingSpec& setting : kSettings) s.value[setting.key] = setting.fallback;
   if (path.empty()) return s;
 
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) inputError(path + ": cannot open: not a regular file");
-  const TextProblem notText = checkTextFile(path, INI_BUFFERSIZE - 1);
-  if (!notText.reason.empty()) {
-    inputError(path + ": line " + std::to_string(notText.line) + ": " + notText.reason);
-  }
-  IniFileIO ini(path);
+  IniFileIO ini = readIniFile(path, {kSection});
   if (!ini.isSectionExist(kSection)) inputError(path + ": no section [" + std::string(kSection) + "]");
   std::vector<std::string> problems;
   std::vector<std::string> names{kCfaKey};
   for (const SettingSpec& setting : kSettings) names.push_back(setting.key);
   for (const std::string& key : ini.keys().at(kSection)) {
     if (std::find(names.begin(), names.end(), key) == names.end()) {
-      problems.push_back("unknown setting \"" + key + "\" (nearest name: " + nearestName(key, names) + ")");
+      problems.push_back("unknown setting \"" + printable(key) + "\" (nearest name: " + nearestName(key, names) +
+                         ")");
       continue;
     }
-    char text[INI_BUFFERSIZE];
-    ini_gets(kSection, key.c_str(), "", text, sizeof text, path.c_str());
+    std::string text;
+    ini.getVariable(kSection, key.c_str(), text, "");
     std::vector<long long> list;
     std::string error;
     if (!parseIntegerList(text, true, list, error)) {
@@ -393,7 +388,7 @@ int runRandom(const Words& argv) {
   const int count = static_cast<int>(args.requiredInteger("count", 1, 100000));
   const Shard shard = shardOption(args);
   const bool wantCoverage = args.has("coverage");
-  const auto masterSeed = static_cast<unsigned int>(args.requiredInteger("seed", 0, 0xFFFFFFFFLL));
+  const auto masterSeed = static_cast<unsigned int>(args.seed(0xFFFFFFFFu));
   const std::string outdir = args.value("outdir");
   if (outdir.empty()) usageError("--outdir: empty directory name");
   const Settings settings = readSettings(args.has("settings") ? args.value("settings") : "");

@@ -28,32 +28,21 @@ const CommandSpec kSpec{
     0,
     0};
 
-std::uint64_t parseSeed(const std::string& text) {
-    std::size_t used = 0;
-    unsigned long long v = 0;
-    try {
-        v = std::stoull(text, &used, 0);
-    } catch (const std::exception&) {
-        used = 0;
-    }
-    if (text.empty() || used != text.size() || text[0] == '-') usageError("--seed: not a number: '" + text + "'");
-    return v;
-}
-
 }  // namespace
 
 int runSelftest(const Words& argv) {
     Args args;
     if (!parseArgs(kSpec, argv, args)) return kExitOk;
     SelfTestOptions o;
-    if (args.has("seed")) o.seed = parseSeed(args.value("seed"));
+    if (args.has("seed")) o.seed = args.seed(UINT64_MAX);
     o.count = args.integer("count", 1, 1LL << 40, o.count);
     if (args.has("filter")) o.filter = args.value("filter");
     std::cout << "seed 0x" << std::hex << o.seed << std::dec << ", " << o.count << " register sets per check\n";
     const SelfTestResult r = runSelfTest(o);
     if (r.checks.empty()) usageError("--filter: no check matches '" + o.filter + "' on this CPU");
     if (!r.ok) {
-        std::cout << r.report;
+        std::cout << std::flush;
+        std::cerr << r.report;
         return kExitFailure;
     }
     for (const std::string& c : r.checks) std::cout << c << " ";

@@ -26,12 +26,6 @@ std::string quotedName(const std::string& section, const std::string& key) {
   return "\"" + section + "/" + key + "\"";
 }
 
-std::string readText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) failure(path + ": cannot read back: " + std::strerror(errno));
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // The sections the block binds parameters in, and the keys bound in each.
 std::map<std::string, std::vector<std::string>> boundKeys(const Compression1x8& codec) {
   std::map<std::string, std::vector<std::string>> keys;
@@ -45,30 +39,75 @@ std::map<std::string, std::vector<std::string>> boundKeys(const Compression1x8& 
   return keys;
 }
 
-// Checks the text of one bound key: exactly `count` integers in the syntax the INI reader
-// takes without guessing (it reads "12abc" as 12 and ignores elements past the count).
-void checkValueText(const std::string& path, const std::string& section, const std::string& key,
-                    int count, std::vector<std::string>& problems) {
-  char text[INI_BUFFERSIZE];
-  ini_gets(section.c_str(), key.c_str(), "", text, sizeof text, path.c_str());
+std::string parameterName(const std::string& section, const std::string& key) {
+  return "parameter " + quotedName(printable(section), printable(key));
+}
+
+// The tool's line about the text of one bound key, or "" when the text is exactly `count`
+// integers in the syntax the INI reader takes without guessing (it reads "12abc" as 12,
+// 99999999999 as -1, and ignores elements past the count).
+std::string valueTextProblem(IniFileIO& ini, const std::string& section, const std::string& key,
+                             int count) {
+  std::string text;
+  ini.getVariable(section.c_str(), key.c_str(), text, "");
   std::vector<long long> values;
   std::string error;
   // A scalar goes through the reader's strtol with base detection, which knows "0X"; array
   // elements only recognise a lower-case x.
   if (!parseIntegerList(text, count == 1, values, error)) {
-    problems.push_back("parameter " + quotedName(section, key) + ": " + error);
-  } else if (static_cast<int>(values.size()) != count) {
-    problems.push_back("parameter " + quotedName(section, key) + " has " +
-                       std::to_string(values.size()) + " values, expected " +
-                       std::to_string(count));
+    return parameterName(section, key) + ": " + error;
+  }
+  if (static_cast<int>(values.size()) == count) return "";
+  return parameterName(section, key) + " has " + std::to_string(values.size()) +
+         (values.size() == 1 ? " value" : " values") + ", expected " + std::to_string(count);
+}
+
+// The library's problems as lines, each once (the curve keys are bound twice, and the load and
+// the check both find a stored value out of range), the out-of-range elements of one array
+// folded into the first one's line. `replaced` holds the tool's line for each parameter whose
+// text it found wrong: such a value is not what the user wrote, so its range messages give way
+// to the tool's line, which follows the library's own message when there is one (`said`).
+void describeProblems(const std::vector<ParamProblem>& found, bool reportAbsent,
+                      const std::map<std::string, std::string>& replaced,
+                      std::set<std::string>& said, std::vector<std::string>& lines) {
+  std::vector<std::size_t> more;
+  std::map<std::string, std::size_t> rangeLine;  // parameter -> its range line
+  std::set<std::string> seen;
+  for (const ParamProblem& p : found) {
+    const std::string name = p.name.first + "/" + p.name.second;
+    const auto wrongText = replaced.find(name);
+    if (p.kind == ParamProblem::Kind::NotInIni && !reportAbsent) continue;
+    if (p.kind == ParamProblem::Kind::OutOfRange && wrongText != replaced.end()) continue;
+    const std::string text = paramProblemText(p);
+    if (!seen.insert(text + "#" + std::to_string(p.element)).second) continue;
+    if (p.kind == ParamProblem::Kind::OutOfRange) {
+      const auto first = rangeLine.find(name);
+      if (first != rangeLine.end()) {
+        ++more[first->second];
+        continue;
+      }
+      rangeLine[name] = lines.size();
+    }
+    lines.push_back(text);
+    more.push_back(0);
+    if (wrongText != replaced.end() && said.insert(name).second) {
+      lines.push_back(wrongText->second);
+      more.push_back(0);
+    }
+  }
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (more[i] != 0) {
+      lines[i] += " (and " + std::to_string(more[i]) + " more element" + (more[i] == 1 ? "" : "s") +
+                  " out of range)";
+    }
   }
 }
 
-// `init` over an opened file, then the checks the library does not make. With `blockSection`
-// the file must hold the block's own section; with `reportAbsent` keys missing from it are
-// reported too.
+// The library's load over `ini`, then the checks the library does not make. With
+// `blockSection` the file must hold the block's own section; with `reportAbsent` keys missing
+// from it are reported too; with `check` what checkParam finds is added.
 std::vector<std::string> loadChecked(Compression1x8& codec, RegisterTable& regs, IniFileIO& ini,
-                                     bool blockSection, bool reportAbsent) {
+                                     bool blockSection, bool reportAbsent, bool check) {
   std::vector<std::string> problems;
   const std::string block = codec.getName();
   if (blockSection && !ini.isSectionExist(block.c_str())) {
@@ -76,44 +115,45 @@ std::vector<std::string> loadChecked(Compression1x8& codec, RegisterTable& regs,
     return problems;
   }
 
-  std::vector<std::string> messages;
-  TGlobalParam global;
-  codec.init(ini, regs, global, messages);
-  std::set<std::string> absent;
-  for (const auto& binding : codec.bindings()) {
-    const auto& name = binding.second.name;
-    if (!reportAbsent) {
-      absent.insert("Cannot find parameter name " + quotedName(name.first, name.second) +
-                    " in the INI file!");
-    }
-  }
-  for (const std::string& m : messages) {
-    // The curve keys are bound twice, so the library reports their problems twice.
-    if (absent.count(m) == 0 && std::find(problems.begin(), problems.end(), m) == problems.end()) {
-      problems.push_back(m);
-    }
-  }
+  std::vector<ParamProblem> found;
+  codec.loadParamReport(ini, regs, found);
+  if (check) codec.checkParamReport(regs, found);
 
   std::map<std::string, int> counts;
+  std::map<std::string, std::string> sectionOf;  // bound key -> its section
   for (const auto& binding : codec.bindings()) {
-    counts[binding.second.name.first + "/" + binding.second.name.second] = binding.second.count;
+    const auto& name = binding.second.name;
+    counts[name.first + "/" + name.second] = binding.second.count;
+    sectionOf[name.second] = name.first;
   }
+  // Keys in the file's sections: unknown ones, and the text of every bound one, in file order.
+  std::vector<std::pair<std::string, std::string>> late;  // parameter, line
+  std::map<std::string, std::string> wrongText;
   for (const auto& [section, bound] : boundKeys(codec)) {
-    const auto found = ini.keys().find(section);
-    if (found == ini.keys().end()) continue;
-    for (const std::string& key : found->second) {
-      const auto c = counts.find(section + "/" + key);
+    const auto present = ini.keys().find(section);
+    if (present == ini.keys().end()) continue;
+    for (const std::string& key : present->second) {
+      const std::string name = section + "/" + key;
+      const auto c = counts.find(name);
       if (c == counts.end()) {
-        problems.push_back("unknown parameter " + quotedName(section, key) +
-                           " (nearest name: " + nearestName(key, bound) + ")");
+        const auto home = sectionOf.find(key);
+        late.emplace_back(name, home != sectionOf.end()
+                                    ? parameterName(section, key) + " belongs in section [" +
+                                          home->second + "]"
+                                    : "unknown " + parameterName(section, key) +
+                                          " (nearest name: " + nearestName(key, bound) + ")");
         continue;
       }
-      const std::string mention = quotedName(section, key);
-      const bool reported = std::any_of(messages.begin(), messages.end(), [&](const std::string& m) {
-        return m.find(mention) != std::string::npos;
-      });
-      if (!reported) checkValueText(ini.fileName(), section, key, c->second, problems);
+      const std::string wrong = valueTextProblem(ini, section, key, c->second);
+      if (wrong.empty()) continue;
+      wrongText[name] = wrong;
+      late.emplace_back(name, wrong);
     }
+  }
+  std::set<std::string> said;
+  describeProblems(found, reportAbsent, wrongText, said, problems);
+  for (const auto& [name, line] : late) {
+    if (said.count(name) == 0) problems.push_back(line);
   }
   return problems;
 }
@@ -185,44 +225,41 @@ void loadRegisters(Compression1x8& codec, RegisterTable& regs, const std::string
   resetCodec(codec);
   if (!paramsPath.empty()) throwProblems(paramsPath, loadParamFile(codec, regs, paramsPath));
   for (const std::string& keyValue : overrides) {
-    throwProblems("--set " + keyValue, applyOverride(codec, regs, keyValue));
+    throwProblems("--set " + printable(keyValue), applyOverride(codec, regs, keyValue));
   }
 }
 
 std::vector<std::string> loadParamFile(Compression1x8& codec, RegisterTable& regs,
                                        const std::string& path) {
-  std::vector<std::string> problems = readParamFile(codec, regs, path, false);
-  collapseRangeErrors(problems);
-  return problems;
+  IniFileIO ini = readIniFile(path, blockSections(codec));
+  return loadChecked(codec, regs, ini, true, false, false);
 }
 
 std::vector<std::string> checkParamFile(Compression1x8& codec, RegisterTable& regs,
-                                        const std::string& path) {
-  std::vector<std::string> problems = readParamFile(codec, regs, path, true);
-  std::vector<std::string> errors;
-  codec.checkParam(regs, errors);
-  // An out-of-range value is reported by both the load and the check; list it once.
-  for (const std::string& e : errors) {
-    if (std::find(problems.begin(), problems.end(), e) == problems.end()) problems.push_back(e);
-  }
-  collapseRangeErrors(problems);
-  return problems;
+                                        const std::string& path, bool complete) {
+  IniFileIO ini = readIniFile(path, blockSections(codec));
+  return loadChecked(codec, regs, ini, true, complete, true);
 }
 
-std::vector<std::string> readParamFile(Compression1x8& codec, RegisterTable& regs,
-                                       const std::string& path, bool reportAbsent) {
-  std::error_code ec;
-  if (!std::filesystem::exists(path, ec)) return {"cannot open: No such file or directory"};
-  if (!std::filesystem::is_regular_file(path, ec)) return {"not a regular file"};
-  if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
-    std::fclose(f);
+std::vector<std::string> blockSections(const Compression1x8& codec) {
+  std::vector<std::string> sections;
+  for (const auto& entry : boundKeys(codec)) sections.push_back(entry.first);
+  return sections;
+}
+
+IniFileIO readIniFile(const std::string& path, const std::vector<std::string>& sections) {
+  checkInputFile(path);
+  std::ifstream in(path, std::ios::binary);
+  std::string text(std::istreambuf_iterator<char>(in), {});
+  if (in.bad()) inputError(path + ": cannot read: " + std::strerror(errno));
+  const TextProblem problem = checkText(text, INI_BUFFERSIZE - 1);
+  if (problem.reason.empty()) {
+    const TextProblem s = checkIniStructure(text, sections);
+    if (!s.reason.empty()) inputError(path + ":" + std::to_string(s.line) + ": " + s.reason);
   } else {
-    return {std::string("cannot open: ") + std::strerror(errno)};
+    inputError(path + ":" + std::to_string(problem.line) + ": " + problem.reason);
   }
-  const TextProblem text = checkTextFile(path, INI_BUFFERSIZE - 1);
-  if (!text.reason.empty()) return {"line " + std::to_string(text.line) + ": " + text.reason};
-  IniFileIO ini(path);
-  return loadChecked(codec, regs, ini, true, reportAbsent);
+  return IniFileIO::fromText(path, std::move(text));
 }
 
 std::vector<std::string> applyOverride(Compression1x8& codec, RegisterTable& regs,
@@ -230,6 +267,7 @@ std::vector<std::string> applyOverride(Compression1x8& codec, RegisterTable& reg
   const std::size_t eq = keyValue.find('=');
   if (eq == std::string::npos || eq == 0) return {"expected KEY=VALUE"};
   const std::string key = keyValue.substr(0, eq);
+  const std::string value = keyValue.substr(eq + 1);
   std::string section;
   std::vector<std::string> allKeys;
   for (const auto& [sec, keys] : boundKeys(codec)) {
@@ -239,27 +277,21 @@ std::vector<std::string> applyOverride(Compression1x8& codec, RegisterTable& reg
     }
   }
   if (section.empty()) {
-    return {"unknown parameter \"" + key + "\" (nearest name: " + nearestName(key, allKeys) + ")"};
+    return {"unknown parameter \"" + printable(key) + "\" (nearest name: " + nearestName(key, allKeys) +
+            ")"};
   }
-  // The override goes through the same reader as a parameter file: a one-key file.
-  const ScratchDir scratch;
-  const std::string path = scratch.file("set.ini");
-  {
-    IniFileIO writer(path);
-    if (!writer.setVariable(section.c_str(), key.c_str(), keyValue.c_str() + eq + 1)) {
-      failure(path + ": cannot write");
-    }
+  if (value.find_first_of("\r\n") != std::string::npos) {
+    return {parameterName(section, key) + ": '" + printable(value) + "' is not an integer"};
   }
-  IniFileIO ini(path);
-  std::vector<std::string> problems = loadChecked(codec, regs, ini, false, false);
-  collapseRangeErrors(problems);
-  return problems;
+  // The override goes through the same reader as a parameter file: a one-key text.
+  std::string text;
+  ini_puts(section.c_str(), key.c_str(), value.c_str(), IniText{&text});
+  IniFileIO ini = IniFileIO::fromText("--set", std::move(text));
+  return loadChecked(codec, regs, ini, false, false, false);
 }
 
 std::string renderParams(Compression1x8& codec, RegisterTable& regs) {
-  const ScratchDir scratch;
-  const std::string path = scratch.file("params.ini");
-  IniFileIO ini(path);
+  IniFileIO ini = IniFileIO::fromText("params", "");
   std::vector<std::string> errors;
   codec.saveParam(ini, regs, errors, false);
   if (!errors.empty()) {
@@ -267,40 +299,11 @@ std::string renderParams(Compression1x8& codec, RegisterTable& regs) {
     for (std::size_t i = 1; i < errors.size(); ++i) message += "\n" + errors[i];
     failure(message);
   }
-  return readText(path);
+  return ini.text();
 }
 
 void writeParamFile(Compression1x8& codec, RegisterTable& regs, const std::string& path) {
   writeFileAtomic(path, renderParams(codec, regs));
-}
-
-void collapseRangeErrors(std::vector<std::string>& problems) {
-  // The library's message: Parameter "SECTION/KEY" is out of range! V is not in [LO, HI]!
-  const std::string marker = "\" is out of range! ";
-  std::vector<std::string> kept;
-  std::vector<std::size_t> extra;
-  for (const std::string& p : problems) {
-    const std::size_t end = p.find(marker);
-    if (end != std::string::npos && p.compare(0, 11, "Parameter \"") == 0) {
-      const std::string head = p.substr(0, end + marker.size());
-      const auto same = std::find_if(kept.begin(), kept.end(), [&](const std::string& k) {
-        return k.compare(0, head.size(), head) == 0;
-      });
-      if (same != kept.end()) {
-        ++extra[static_cast<std::size_t>(same - kept.begin())];
-        continue;
-      }
-    }
-    kept.push_back(p);
-    extra.push_back(0);
-  }
-  for (std::size_t i = 0; i < kept.size(); ++i) {
-    if (extra[i] != 0) {
-      kept[i] += " (and " + std::to_string(extra[i]) + " more element" + (extra[i] == 1 ? "" : "s") +
-                 " out of range)";
-    }
-  }
-  problems = std::move(kept);
 }
 
 void throwProblems(const std::string& object, const std::vector<std::string>& problems) {

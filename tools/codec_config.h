@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "config/IniFileIO.h"
 #include "config/IniText.h"
 
 class Compression1x8;
@@ -45,20 +46,22 @@ void resetCodec(Compression1x8& codec);
 void loadRegisters(Compression1x8& codec, RegisterTable& regs, const std::string& paramsPath,
                    const std::vector<std::string>& overrides);
 
-// Loads `path` into the codec through `init` over the map `regs` and returns every problem,
-// each one line without the file name: the library's messages (keys absent from the file are
-// not problems; they keep their values), a missing block section, keys in the block's
-// sections that name no bound parameter (with the nearest real name), and values that are not
-// exactly the bound number of comma-separated integers.
+// Loads `path` into the codec over the map `regs` and returns every problem, each one line
+// without the file name: the library's messages (keys absent from the file are not problems;
+// they keep their values), a missing block section, keys in the block's sections that name no
+// bound parameter (with the nearest real name, or the section they belong in), and values that
+// are not exactly the bound number of comma-separated integers. A file the INI readers would
+// read only in part (see readIniFile) is an input Error.
 std::vector<std::string> loadParamFile(Compression1x8& codec, RegisterTable& regs,
                                        const std::string& path);
 
-// The same with nothing left out: keys absent from the file are reported as the library
-// reports them, followed by what `checkParam` finds that the load did not already say.
+// The same, then what `checkParam` finds; with `complete`, keys absent from the file are
+// reported too, as the library reports them.
 std::vector<std::string> checkParamFile(Compression1x8& codec, RegisterTable& regs,
-                                        const std::string& path);
-std::vector<std::string> readParamFile(Compression1x8& codec, RegisterTable& regs,
-                                       const std::string& path, bool reportAbsent);
+                                        const std::string& path, bool complete);
+
+// The sections a parameter file of the block may hold: those it binds parameters in.
+std::vector<std::string> blockSections(const Compression1x8& codec);
 
 // Applies one "KEY=VALUE" override with the checks of loadParamFile; returns the problems.
 std::vector<std::string> applyOverride(Compression1x8& codec, RegisterTable& regs,
@@ -70,12 +73,15 @@ std::string renderParams(Compression1x8& codec, RegisterTable& regs);
 // The same text written atomically to `path`.
 void writeParamFile(Compression1x8& codec, RegisterTable& regs, const std::string& path);
 
+using fbc::checkIniStructure;
+using fbc::checkText;
 using fbc::checkTextFile;
+using fbc::printable;
 using fbc::TextProblem;
 
-// The range errors of one array, one per element out of range, as a single line per parameter:
-// the first element's message followed by how many more there are.
-void collapseRangeErrors(std::vector<std::string>& problems);
+// The INI file at `path`, read once into memory after checkText and checkIniStructure; any
+// problem is an input Error "FILE: reason" or "FILE:LINE: reason".
+IniFileIO readIniFile(const std::string& path, const std::vector<std::string>& sections);
 
 // Problems as one error text, each line "<object>: <problem>" (the dispatcher prefixes every
 // line with the command); throws a usage Error when there is any.

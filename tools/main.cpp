@@ -28,7 +28,7 @@ const Command kCommands[] = {
     {"bench", "time encode and decode of a 4K frame on one thread", runBench},
     {"selftest", "compare every fast-path variant with the scalar reference", runSelftest},
     {"params", "show, write, check or draw parameter files of the block", runParams},
-    {"regs", "the register address/value list of a parameter file", runRegs},
+    {"regs", "the register list of a parameter file; export: the register map as C, SV or JSON", runRegs},
     {"random", "generate random regression tests: parameters, input and golden files", runRandom},
     {"trace", "why the model codes a block as it does: costs, rule, mode, code, fields", runTrace},
     {"compare", "compare two golden sets; the first difference by block, field and trace", runCompare},

@@ -3,9 +3,12 @@
 #if defined(__x86_64__) && defined(__GNUC__) && defined(__AVX512F__) && defined(__AVX512BW__)
 #define FBC_KERNEL(name) name##Avx512
 // GCC 12's 256-bit extract and insert intrinsics start from a deliberately undefined vector and
-// draw a false maybe-uninitialized warning when inlined.
+// draw false uninitialized warnings when inlined.
 #if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
-#include "codec/x86/Kernels.inc"
+#include "codec/x86/KernelEncode.h"
+#include "codec/x86/KernelDecode.h"
+#include "codec/x86/KernelBytes.h"
 #endif

@@ -213,4 +213,62 @@ TEST(FastPathChecker, EveryVariantMatchesTheReference) {
     EXPECT_EQ(r.checks.size(), 3 * fbc::supportedVariants().size());  // encode, decode, bytes
 }
 
+// Variants with one planted fault each, built around the host's first variant: the checker's
+// poisoned rows and guard elements must catch every one of them.
+fbc::CodecVariant gReal;
+
+void decodeRowPastEnd(const fbc::x86::DecodeParams& p, const unsigned char* codes, int width, std::uint16_t* out) {
+    gReal.decodeRow(p, codes, width, out);
+    out[width] = out[width - 1];
+}
+void decodeRow32SkipsLast(const fbc::x86::DecodeParams& p, const unsigned char* codes, int width,
+                          std::int32_t* out) {
+    std::vector<std::int32_t> row(width);
+    gReal.decodeRow32(p, codes, width, row.data());
+    std::copy(row.begin(), row.end() - 1, out);
+}
+void decodeFrameRowBeforeStart(const fbc::x86::DecodeParams& p, const std::int32_t* codes, int width,
+                               std::int32_t* out) {
+    gReal.decodeFrameRow(p, codes, width, out);
+    out[-1] = out[0];
+}
+void encodeRowSkipsLast(const fbc::x86::EncodeParams& p, const int* px, int width, int sel, std::uint64_t* codes) {
+    std::vector<std::uint64_t> row((width + 7) / 8);
+    gReal.encodeRow(p, px, width, sel, row.data());
+    std::copy(row.begin(), row.end() - 1, codes);
+}
+void narrowBytesPastEnd(const std::int32_t* in, int n, unsigned char* out) {
+    gReal.narrowBytes(in, n, out);
+    out[n] = 0;
+}
+
+struct PlantedFault {
+    const char* filter;
+    void (*plant)(fbc::CodecVariant&);
+    const char* report;  // what the checker's report must say
+};
+const PlantedFault kPlantedFaults[] = {
+    {"decode", [](fbc::CodecVariant& v) { v.decodeRow = decodeRowPastEnd; }, "16-bit output writes element"},
+    {"decode", [](fbc::CodecVariant& v) { v.decodeRow32 = decodeRow32SkipsLast; }, "(32-bit)"},
+    {"decode", [](fbc::CodecVariant& v) { v.decodeFrameRow = decodeFrameRowBeforeStart; },
+     "output from frame samples writes element -1"},
+    {"encode", [](fbc::CodecVariant& v) { v.encodeRow = encodeRowSkipsLast; }, "0xbfffffffffffffff"},
+    {"bytes", [](fbc::CodecVariant& v) { v.narrowBytes = narrowBytesPastEnd; }, "narrowing writes element"},
+};
+
+TEST(FastPathChecker, CatchesSkippedPixelsAndWritesOutsideTheRow) {
+    if (fbc::supportedVariants().empty()) GTEST_SKIP() << "no vector variant on this host";
+    gReal = fbc::supportedVariants().front();
+    for (const PlantedFault& f : kPlantedFaults) {
+        fbc::CodecVariant faulty = gReal;
+        f.plant(faulty);
+        fbc::SelfTestOptions o;
+        o.count = 50;
+        o.filter = f.filter;
+        const fbc::SelfTestResult r = fbc::runSelfTest(o, {faulty});
+        EXPECT_FALSE(r.ok) << f.report;
+        EXPECT_NE(r.report.find(f.report), std::string::npos) << r.report;
+    }
+}
+
 }  // namespace

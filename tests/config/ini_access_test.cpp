@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -104,12 +105,14 @@ TEST(IniGetl, DecimalHexAndDefaults) {
     EXPECT_EQ(9, ini_getl(nullptr, "g", 9, file.c_str()));
 }
 
+// The default only when the key is missing: unlike ini_getl, an empty value is read (as 0).
 TEST(IniGetf, ParsesOrDefaults) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, "a=2.5\n");
+    writeFile(file, "a=2.5\ne=\n");
     EXPECT_FLOAT_EQ(2.5f, ini_getf(nullptr, "a", 1.0f, file.c_str()));
     EXPECT_FLOAT_EQ(1.0f, ini_getf(nullptr, "b", 1.0f, file.c_str()));
+    EXPECT_FLOAT_EQ(0.0f, ini_getf(nullptr, "e", 1.0f, file.c_str()));
 }
 
 struct BoolCase {
@@ -319,6 +322,49 @@ TEST(IniHostileInput, EmbeddedNulBytesAreCopiedOnRewrite) {
     writeFile(file, before);
     EXPECT_EQ(1, ini_puts("A", "k", "22", file.c_str()));
     EXPECT_EQ(std::string("[A]\nj=a\0b\nk=22\n", 15), readFile(file));
+}
+
+}  // namespace
+
+namespace {
+
+// Over random texts, the IniText overloads read and write exactly as the file functions do on a
+// file holding the same bytes.
+TEST(IniText, ReadsAndWritesLikeTheFile) {
+    const char* const lines[] = {"[A]", "[b]", "[A]", "k=1", "K = 2 ;c", "k:3", "x=\"q;\"", "; k=9",
+                                 "", "  ", "junk", "[]", "k=", "y = 5\r", "[A"};
+    const char* const names[] = {"A", "b", "", "B", "k", "x", "y", "K"};
+    std::mt19937 gen(7);
+    TempDir dir;
+    const std::string file = dir.file("r.ini");
+    for (int round = 0; round < 300; ++round) {
+        std::string text;
+        for (int n = static_cast<int>(gen() % 12); n > 0; --n) text += std::string(lines[gen() % 15]) + "\n";
+        if (gen() % 2 != 0 && !text.empty()) text.pop_back();  // no final line feed
+        writeFile(file, text);
+        for (const char* section : names) {
+            for (const char* key : names) {
+                char a[64], b[64];
+                EXPECT_EQ(ini_gets(section, key, "d", a, sizeof a, file.c_str()),
+                          ini_gets(section, key, "d", b, sizeof b, IniText{&text}));
+                EXPECT_STREQ(a, b);
+                EXPECT_EQ(ini_getl(section, key, 4, file.c_str()), ini_getl(section, key, 4, IniText{&text}));
+            }
+        }
+        for (int i = 0; i < 4; ++i) {
+            char a[64], b[64];
+            EXPECT_EQ(ini_getsection(i, a, sizeof a, file.c_str()), ini_getsection(i, b, sizeof b, IniText{&text}));
+            EXPECT_STREQ(a, b);
+            EXPECT_EQ(ini_getkey(names[i], 1, a, sizeof a, file.c_str()),
+                      ini_getkey(names[i], 1, b, sizeof b, IniText{&text}));
+            EXPECT_STREQ(a, b);
+        }
+        const char* section = names[gen() % 4];
+        const char* key = gen() % 5 == 0 ? nullptr : names[4 + gen() % 4];
+        const char* value = gen() % 4 == 0 ? nullptr : (gen() % 2 != 0 ? "1" : "a b;");
+        EXPECT_EQ(ini_puts(section, key, value, file.c_str()), ini_puts(section, key, value, IniText{&text}));
+        ASSERT_EQ(readFile(file), text) << round;
+    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -66,7 +67,24 @@ INSTANTIATE_TEST_SUITE_P(
                       ArrayCase{"0X1F, 0x1F, 3", {0, 31, 3}, true},  // upper-case X reads as decimal 0
                       ArrayCase{"1,,2,3", {1, 2, 3}, true},          // empty elements vanish
                       ArrayCase{"4, -2, 0xffffffff, 9", {4, -2, -1}, true},
+                      ArrayCase{"1, x7, 3", {1, -1, 3}, true},  // "%x" does not convert: kept
                       ArrayCase{"", {-1, -1, -1}, false}));
+
+// The same object over a text in memory: the key lists of the text, reads and writes through the
+// primitives' rules, and no file anywhere.
+TEST(IniFileIO, TextInMemory) {
+    IniFileIO ini = IniFileIO::fromText("mem", "[S]\na = 0x10 ; hex\n\n[T]\n");
+    EXPECT_TRUE(ini.isKeyExist("S", "a"));
+    EXPECT_TRUE(ini.isSectionExist("T"));
+    int a = 0;
+    EXPECT_TRUE(ini.getVariable("S", "a", a, "0"));
+    EXPECT_EQ(16, a);
+    EXPECT_TRUE(ini.setVariable("S", "b", 7));
+    EXPECT_TRUE(ini.setVariable("S", "a", 3));
+    EXPECT_TRUE(ini.setVariable("U", "c", "x;y"));
+    EXPECT_EQ("[S]\na=3\nb=7\n\n[T]\n[U]\nc=\"x;y\"\n", ini.text());
+    EXPECT_FALSE(std::ifstream("mem").good());
+}
 
 TEST(IniFileIO, GetArrayOfMissingKeyUsesDefaultTextButFails) {
     TempDir dir;

@@ -132,6 +132,20 @@ TEST_F(ParamBinding, LoadChecksEachArrayElement) {
               }),
               errors);
     EXPECT_EQ((std::vector<int>{1, 2, 3, 4, 10, 5, 11, 0}), arr());
+
+    // The same problems as data: kind, name, element, value and range.
+    IniFileIO text = IniFileIO::fromText("mem", readFile(file));
+    std::vector<ParamProblem> report;
+    EXPECT_FALSE(block.loadParamReport(text, regs, report));
+    ASSERT_EQ(3u, report.size());
+    using Kind = ParamProblem::Kind;
+    const auto fields = [](const ParamProblem& p) {
+        return std::vector<int>{static_cast<int>(p.kind), p.element, p.value, p.minVal, p.maxVal, p.count};
+    };
+    EXPECT_EQ((std::vector<int>{static_cast<int>(Kind::OutOfRange), 4, 10, 0, 9, 8}), fields(report[0]));
+    EXPECT_EQ((std::vector<int>{static_cast<int>(Kind::OutOfRange), 6, 11, 0, 9, 8}), fields(report[1]));
+    EXPECT_EQ(Kind::NotInTable, report[2].kind);
+    EXPECT_EQ("ghost", report[2].name.second);
 }
 
 class Widths : public IPBase {
@@ -264,8 +278,8 @@ TEST_F(ParamBinding, RandomRangesAndSeededDraws) {
               errors);
 
     // Seed 5489: the first outputs are 3499211612, 581869302, 3890346734, 3586334585.
-    // u0 = ((581869302 >> 11) * 2^32 + 3499211612) / 2^53 = 0.13547697..., s = trunc(101 * u0) = 13.
-    // u1 = ((3586334585 >> 11) * 2^32 + 3890346734) / 2^53 = 0.83500857..., arr[0] = trunc(10 * u1) = 8.
+    // u0 = (3499211612 + 581869302 * 2^32) / 2^64 = 0.13547700..., s = trunc(101 * u0) = 13.
+    // u1 = (3890346734 + 3586334585 * 2^32) / 2^64 = 0.83500859..., arr[0] = trunc(10 * u1) = 8.
     setRandSeed(5489);
     block.randomParam(regs, false, errors);
     EXPECT_EQ(13, block.s);
@@ -278,8 +292,13 @@ TEST_F(ParamBinding, RandomRangesAndSeededDraws) {
 
 TEST(RandomVal, ReproducibleFromSeed) {
     setRandSeed(5489);
-    EXPECT_EQ(13, randomVal(0, 99));  // trunc(100 * 0.13547697...)
-    EXPECT_EQ(4, randomVal(-5, 5));   // -5 + trunc(11 * 0.83500857...)
+    EXPECT_EQ(13, randomVal(0, 99));  // trunc(100 * 0.13547700...)
+    EXPECT_EQ(4, randomVal(-5, 5));   // -5 + trunc(11 * 0.83500859...)
+    // The low word counts only in the last 32 of 64 bits: over 2^31 values the result is
+    // 581869302 / 2 = 290934651 (3499211612 / 2^33 < 1). A 53-bit value built from the first
+    // output's 32 bits below 21 bits of the second gives 290934594 instead.
+    setRandSeed(5489);
+    EXPECT_EQ(290934651, randomVal(0, 0x7FFFFFFF));
     setRandSeed(77);
     std::vector<int> first;
     for (int i = 0; i < 20; ++i) first.push_back(randomVal(-1000, 1000));

@@ -113,7 +113,22 @@ TEST(Frame, CropRepeatsEdgesAndResetsAttributes) {
   const PIXEL expected[9] = {4, 4, 5, 7, 7, 8, 7, 7, 8};
   for (int i = 0; i < 9; ++i) EXPECT_EQ(c.data[i], expected[i]) << i;
 
-  EXPECT_EQ(f.crop(0, 0, 0, 5).size(), 0u);
+  const Frame empty = f.crop(0, 0, 0, 5);  // the size as asked, without samples
+  EXPECT_EQ(empty.width, 0);
+  EXPECT_EQ(empty.height, 5);
+  EXPECT_EQ(empty.size(), 0u);
+}
+
+// With offsetX 1 on a 3x1 row, pixels 0, 1, 2 reach samples 1, 2, 2 (clamped): sample 0 is never
+// shifted, sample 1 four times (1 << 8), sample 2 eight times (1 << 16).
+TEST(Frame, ConvertDepthShiftsThroughTheOffsetAccessors) {
+  Frame f(3, 1, Frame::CS_RAW, 10);
+  for (int i = 0; i < 3; ++i) f.data[i] = 1;
+  f.offsetX = 1;
+  f.convertDepth(12);
+  EXPECT_EQ(f.data[0], 1);
+  EXPECT_EQ(f.data[1], 256);
+  EXPECT_EQ(f.data[2], 65536);
 }
 
 TEST(Frame, CopiesAreDeep) {

@@ -259,4 +259,17 @@ TEST(Cli, DemoMakesEverySelectableModeWin) {
   EXPECT_FALSE(std::filesystem::exists(dir.file("chart/compare.ppm")));
 }
 
+// make clean, run in a scratch folder through the project's Makefile, removes every folder the
+// Makefile's targets create there and nothing else.
+TEST(Make, CleanRemovesEveryBuildFolder) {
+  const TempDir dir;
+  for (const char* d : {"build", "build-bench", "build-fuzz/fuzz-work", "keep"}) {
+    std::filesystem::create_directories(dir.file(d));
+  }
+  const std::string cmd = "env -u MAKEFLAGS -u MFLAGS -u MAKELEVEL -u FUZZ_BUILD make -s -C '" + dir.path() +
+                          "' -f '" FBC_SOURCE_DIR "/Makefile' clean >/dev/null";
+  ASSERT_EQ(std::system(cmd.c_str()), 0);
+  EXPECT_EQ(listDir(dir.path()), (std::set<std::string>{"keep"}));
+}
+
 }  // namespace

@@ -60,10 +60,12 @@ const BadFile kBadFiles[] = {
     {"ArrayElementOutOfRange", kEncode, "[FBC]\nreg_mode_definition=0,1,2,3,4,5,6,7,8,9,16\n",
      "fbc encode: p.ini: Parameter \"FBC/reg_mode_definition\" is out of range! 16 is not in [0, 15]!\n"},
     {"ShortArray", kEncode, "[FBC]\nreg_mode_en=1,1,1\n",
-     "fbc encode: p.ini: Failed to get parameter \"FBC/reg_mode_en\"! (Array length mismatch ?)\n"},
+     "fbc encode: p.ini: Failed to get parameter \"FBC/reg_mode_en\"! (Array length mismatch ?)\n"
+     "fbc encode: p.ini: parameter \"FBC/reg_mode_en\" has 3 values, expected 11\n"},
     // reg_comp_lut_in is bound to both curves; the problem is still listed once.
     {"ShortCurveArray", kEncode, "[FBC]\nreg_comp_lut_in=1,2\n",
-     "fbc encode: p.ini: Failed to get parameter \"FBC/reg_comp_lut_in\"! (Array length mismatch ?)\n"},
+     "fbc encode: p.ini: Failed to get parameter \"FBC/reg_comp_lut_in\"! (Array length mismatch ?)\n"
+     "fbc encode: p.ini: parameter \"FBC/reg_comp_lut_in\" has 2 values, expected 15\n"},
     {"LongArray", kEncode, "[FBC]\nreg_mode_en=1,1,1,1,1,1,1,1,1,1,1,1\n",
      "fbc encode: p.ini: parameter \"FBC/reg_mode_en\" has 12 values, expected 11\n"},
     {"ScalarGivenTwoValues", kEncode, "[FBC]\nreg_tr_ext_rb=1,0\n",
@@ -72,7 +74,7 @@ const BadFile kBadFiles[] = {
      "fbc encode: p.ini: parameter \"FBC/reg_edge_diffmin_th\": '12abc' is not an integer\n"},
     {"UpperCaseHexInArray", kEncode, "[FBC]\nreg_mode_en=1,1,1,1,1,1,1,1,1,1,0X1\n",
      "fbc encode: p.ini: parameter \"FBC/reg_mode_en\": '0X1' is not an integer\n"},
-    {"MissingSection", kEncode, "[fbc]\nreg_tr_ext_en=1\n", "fbc encode: p.ini: no section [FBC] for the block\n"},
+    {"MissingSection", kEncode, "[Enable]\nreg_fbc_en=1\n", "fbc encode: p.ini: no section [FBC] for the block\n"},
     {"EmptyFile", kEncode, "", "fbc encode: p.ini: no section [FBC] for the block\n"},
     {"MisspeltKey", kEncode, "[FBC]\nreg_tr_ext_enn=1\n",
      "fbc encode: p.ini: unknown parameter \"FBC/reg_tr_ext_enn\" (nearest name: reg_tr_ext_en)\n"},
@@ -82,6 +84,7 @@ const BadFile kBadFiles[] = {
      "fbc encode: p.ini: unknown parameter \"Enable/reg_fcb_en\" (nearest name: reg_fbc_en)\n"},
     {"SeveralProblems", kEncode, "[FBC]\nreg_curve_mode_en=2\nreg_mode_en=1\nreg_modedefinition=0\n",
      "fbc encode: p.ini: Failed to get parameter \"FBC/reg_mode_en\"! (Array length mismatch ?)\n"
+     "fbc encode: p.ini: parameter \"FBC/reg_mode_en\" has 1 value, expected 11\n"
      "fbc encode: p.ini: Parameter \"FBC/reg_curve_mode_en\" is out of range! 2 is not in [0, 1]!\n"
      "fbc encode: p.ini: unknown parameter \"FBC/reg_modedefinition\" (nearest name: reg_mode_definition)\n"},
     {"MissingFile", "encode --width 8 --height 1 --params none.ini in.raw out.bin", "",
@@ -102,7 +105,8 @@ const BadFile kBadFiles[] = {
     {"SetUnknownKey", "encode --width 8 --height 1 --set reg_mod_en=1 in.raw out.bin", "",
      "fbc encode: --set reg_mod_en=1: unknown parameter \"reg_mod_en\" (nearest name: reg_mode_en)\n"},
     {"SetShortArray", "encode --width 8 --height 1 --set reg_mode_en=1,1 in.raw out.bin", "",
-     "fbc encode: --set reg_mode_en=1,1: Failed to get parameter \"FBC/reg_mode_en\"! (Array length mismatch ?)\n"},
+     "fbc encode: --set reg_mode_en=1,1: Failed to get parameter \"FBC/reg_mode_en\"! (Array length mismatch ?)\n"
+     "fbc encode: --set reg_mode_en=1,1: parameter \"FBC/reg_mode_en\" has 2 values, expected 11\n"},
     {"SetLongArray", "encode --width 8 --height 1 --set reg_comp_lut_slope=0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0 in.raw out.bin",
      "", "fbc encode: --set reg_comp_lut_slope=0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0: parameter \"FBC/reg_comp_lut_slope\" "
          "has 17 values, expected 16\n"},
@@ -110,6 +114,32 @@ const BadFile kBadFiles[] = {
      "fbc encode: --set reg_tr_ext_en=: parameter \"FBC/reg_tr_ext_en\": empty value\n"},
     {"SetWithoutEquals", "encode --width 8 --height 1 --set reg_tr_ext_en in.raw out.bin", "",
      "fbc encode: --set reg_tr_ext_en: expected KEY=VALUE\n"},
+    // Numbers the reader would wrap, and bytes echoed from the file.
+    {"HugeValue", kEncode, "[FBC]\nreg_edge_diffmin_th=99999999999\n",
+     "fbc encode: p.ini: parameter \"FBC/reg_edge_diffmin_th\": '99999999999' is too large (at most 2147483647)\n"},
+    {"SetHugeValue", "encode --width 8 --height 1 --set reg_tr_ext_en=99999999999999999999 in.raw out.bin", "",
+     "fbc encode: --set reg_tr_ext_en=99999999999999999999: parameter \"FBC/reg_tr_ext_en\": "
+     "'99999999999999999999' is too large (at most 2147483647)\n"},
+    {"EnableKeyUnderFbc", kEncode, "[FBC]\nreg_fbc_en=0\n",
+     "fbc encode: p.ini: parameter \"FBC/reg_fbc_en\" belongs in section [Enable]\n"},
+    {"NonAsciiKey", kEncode, "[FBC]\nreg_tr_ext_\xe9n=1\n",
+     "fbc encode: p.ini: unknown parameter \"FBC/reg_tr_ext_\\xe9n\" (nearest name: reg_tr_ext_en)\n"},
+    {"SetNonAsciiKey", "encode --width 8 --height 1 --set \"$(printf 'reg_tr_ext_\\351n=1')\" in.raw out.bin", "",
+     "fbc encode: --set reg_tr_ext_\\xe9n=1: unknown parameter \"reg_tr_ext_\\xe9n\" (nearest name: reg_tr_ext_en)\n"},
+    // Lines the INI readers would pass over in silence: the first one, with its line, and nothing else.
+    {"ByteOrderMark", kEncode, "\xEF\xBB\xBF[Enable]\nreg_fbc_en=0\n[FBC]\n",
+     "fbc encode: p.ini:1: UTF-8 byte order mark at the start (the readers would not see the first line)\n"},
+    {"SectionTwice", "regs p.ini", "[FBC]\nreg_tr_ext_en=1\n[Enable]\nreg_fbc_en=1\n[FBC]\nreg_tr_ext_rb=1\n",
+     "fbc regs: p.ini:5: section [FBC] appears twice (first at line 1); the readers ignore the second\n"},
+    {"KeyTwice", "params show --params p.ini", "[FBC]\nreg_tr_ext_en=1\n; note\nREG_TR_EXT_EN=0\n",
+     "fbc params: p.ini:4: key \"REG_TR_EXT_EN\" appears twice in [FBC] (first at line 2); the readers take "
+     "the first\n"},
+    {"StrayLine", "params check p.ini", "[FBC]\nreg_tr_ext_en 1\n",
+     "fbc params: p.ini:2: 'reg_tr_ext_en 1' is neither a section, a key nor a comment\n"},
+    {"OtherSection", "golden --width 8 --height 1 --frame-index 0 --outdir g --params p.ini in.raw",
+     "[FBC]\n[fbc]\nreg_tr_ext_en=1\n", "fbc golden: p.ini:2: section [fbc] is not [Enable] or [FBC]\n"},
+    {"KeyBeforeSection", "roundtrip --width 8 --height 1 --params p.ini in.raw", "reg_fbc_en=0\n[FBC]\n",
+     "fbc roundtrip: p.ini:1: key \"reg_fbc_en\" before the first section\n"},
     {"SetCommentCharacter", "encode --width 8 --height 1 --set 'reg_tr_ext_en=1;0' in.raw out.bin", "",
      "fbc encode: --set reg_tr_ext_en=1;0: parameter \"FBC/reg_tr_ext_en\": '1;0' is not an integer\n"},
 };
@@ -177,11 +207,14 @@ TEST(Params, ShowOutputReproducesTheRun) {
   EXPECT_EQ(runFbc(dir, "regs " + settings.substr(9)).out, runFbc(dir, "regs shown.ini").out);
 }
 
-TEST(Params, ShippedSampleFileLoads) {
+TEST(Params, ShippedSampleFileLoadsAndPassesTheCheck) {
   const TempDir dir;
-  const Outcome r = runFbc(dir, "params show --params '" FBC_SOURCE_DIR "/data/sample_params.ini'");
+  Outcome r = runFbc(dir, "params show --params '" FBC_SOURCE_DIR "/data/sample_params.ini'");
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_NE(r.out.find("\nreg_mode_en=1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0\n"), std::string::npos);
+  r = runFbc(dir, "params check '" FBC_SOURCE_DIR "/data/sample_params.ini'");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
 }
 
 TEST(Params, AbsentKeysKeepTheirDefaultsSilently) {
@@ -272,8 +305,8 @@ TEST(ParamsCheck, CleanFileExitsZero) {
   EXPECT_EQ(r.err, "");
 }
 
-// Check reports absent keys too; the out-of-range value that both load and check find is listed
-// once, in the load's place.
+// With --complete check reports absent keys too; the out-of-range value that both load and check
+// find is listed once, in the load's place. Without it absent keys keep their defaults.
 TEST(ParamsCheck, ListsEveryMessage) {
   const TempDir dir;
   std::string text = kDefaults;
@@ -281,7 +314,12 @@ TEST(ParamsCheck, ListsEveryMessage) {
   text.erase(text.find("sw_dpcm_swing_en=0\n"));
   text.replace(text.find("reg_fbc_en=1\n"), 13, "");
   writeBytes(dir.file("p.ini"), text + "reg_tr_ext_enx=1\n");
-  const Outcome r = runFbc(dir, "params check p.ini");
+  Outcome r = runFbc(dir, "params check p.ini");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err,
+            "fbc params: p.ini: Parameter \"FBC/reg_tr_ext_en\" is out of range! 3 is not in [0, 1]!\n"
+            "fbc params: p.ini: unknown parameter \"FBC/reg_tr_ext_enx\" (nearest name: reg_tr_ext_en)\n");
+  r = runFbc(dir, "params check --complete p.ini");
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err,
@@ -296,7 +334,7 @@ TEST(ParamsRandom, SameSeedSameFileAndTheFileIsClean) {
   Outcome r = runFbc(dir, "params random --seed 12345 a.ini");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "seed 12345\n");
-  ASSERT_EQ(runFbc(dir, "params random --seed=12345 b.ini").status, 0);
+  ASSERT_EQ(runFbc(dir, "params random --seed=0x3039 b.ini").status, 0);  // 12345 in hexadecimal
   ASSERT_EQ(runFbc(dir, "params random --seed 12346 c.ini").status, 0);
   ASSERT_EQ(runFbc(dir, "params random --seed 12345 --random-range d.ini").status, 0);
   const std::string a = readBytes(dir.file("a.ini"));
@@ -322,7 +360,25 @@ TEST(Params, UsageErrors) {
   r = runFbc(dir, "params random out.ini");
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.err, "fbc params: missing required option --seed\n");
-  for (const char* help : {"params --help", "params show --help", "params check --help", "regs --help"}) {
+  r = runFbc(dir, "regs export --format vhdl map.vhd");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "fbc regs: --format: 'vhdl' is not one of c, sv, json\n");
+  r = runFbc(dir, "regs export map.h");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "fbc regs: missing required option --format\n");
+  EXPECT_EQ(listTree(dir.path()), std::set<std::string>{});
+  // One reading of --seed for every command.
+  for (const char* cmd : {"params random --seed 0x1g out.ini", "random --count 1 --outdir t --seed -1",
+                          "selftest --seed 12x", "fingerprint --seed 0x", "cover --out c --seed 1e3"}) {
+    r = runFbc(dir, cmd);
+    EXPECT_EQ(r.status, 2) << cmd;
+    EXPECT_NE(r.err.find(": --seed: '"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("' is not a decimal or 0x hexadecimal integer\n"), std::string::npos) << r.err;
+  }
+  r = runFbc(dir, "random --count 1 --outdir t --seed 0x100000000");
+  EXPECT_EQ(r.err, "fbc random: --seed: 0x100000000 is out of range 0..4294967295\n");
+  for (const char* help : {"params --help", "params show --help", "params check --help", "regs --help",
+                           "regs export --help"}) {
     r = runFbc(dir, help);
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out.rfind("usage: fbc ", 0), 0u) << help;

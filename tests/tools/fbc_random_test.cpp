@@ -121,7 +121,11 @@ TEST_P(RandomSettings, ExitTwoAndWriteNothing) {
 }
 
 const BadSettings kBadSettings[] = {
-    {"NoSection", "[Global]\nframes=2\n", "fbc random: s.ini: no section [GlobalControl]\n"},
+    {"NoSection", "; nothing\n", "fbc random: s.ini: no section [GlobalControl]\n"},
+    {"OtherSection", "[Global]\nframes=2\n", "fbc random: s.ini:1: section [Global] is not [GlobalControl]\n"},
+    {"KeyTwice", "[GlobalControl]\nframes=2\nFrames=3\n",
+     "fbc random: s.ini:3: key \"Frames\" appears twice in [GlobalControl] (first at line 2); the readers take the "
+     "first\n"},
     {"UnknownKey", "[GlobalControl]\nframe=2\n",
      "fbc random: s.ini: unknown setting \"frame\" (nearest name: frames)\n"},
     {"OutOfRange", "[GlobalControl]\nenable_percent=101\n",
