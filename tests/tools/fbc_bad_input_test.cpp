@@ -48,7 +48,9 @@ struct BadInput {
 };
 
 // gtest names a case by its name instead of dumping its bytes.
-void PrintTo(const BadInput& c, std::ostream* os) { *os << c.name << ": fbc " << c.args; }
+void PrintTo(const BadInput& c, std::ostream* os) {
+  *os << c.name << ": fbc " << c.args;
+}
 
 std::vector<BadInput> badInputs() {
   const std::string rgbBody(16 * 4 * 3, '\x40'), greyBody(16 * 4, '\x40');
@@ -72,7 +74,8 @@ std::vector<BadInput> badInputs() {
        "bad.txt", map.substr(0, map.find("param FBC reg_tr_ext_en") + 20)},
       {"SettingsMinAboveMax", "random --count 2 --seed 1 --outdir tests --settings bad.ini",
        "bad.ini", "[GlobalControl]\nheight_min=9\nheight_max=8\n"},
-      {"FindingP3HugeClaim", "encode bad.ppm out.bin", "bad.ppm", finding("image/p3_huge_claim", 7)},
+      {"FindingP3HugeClaim", "encode bad.ppm out.bin", "bad.ppm",
+       finding("image/p3_huge_claim", 7)},
       {"FindingRawHugeClaim", "encode --width 64 --height 64 --raw-mode 1 bad.raw out.bin",
        "bad.raw", finding("image/raw_huge_claim", 7)},
       {"FindingIni", "params show --params bad.ini", "bad.ini",
