@@ -17,7 +17,7 @@
 
 #include "fbc/fbc.h"
 #include "framework/RegisterTable.h"
-#include "tests/image/TempDir.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
