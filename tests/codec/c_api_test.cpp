@@ -17,7 +17,7 @@
 
 #include "fbc/fbc.h"
 #include "framework/RegisterTable.h"
-#include "tests/image/TempDir.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
@@ -323,7 +323,8 @@ TEST(CApiFailures, ChangeNothing) {
        [](C c, B, P) { return fbc_write_register(c, 0x1F, 1); }},
       {"file out of range", FBC_ERR_VALUE, "\"reg_mode_en\" element 10: 2 is not in [0, 1]",
        [&](C c, B, P) { return fbc_load_params(c, range.c_str()); }},
-      {"file unknown key", FBC_ERR_KEY, "unknown parameter \"FBC/reg_tr_ext_enable\"",
+      {"file unknown key", FBC_ERR_KEY,
+       "unknown.ini:3: unknown parameter \"FBC/reg_tr_ext_enable\"",
        [&](C c, B, P) { return fbc_load_params(c, unknown.c_str()); }},
       {"file syntax", FBC_ERR_VALUE, "'12abc' is not an integer",
        [&](C c, B, P) { return fbc_load_params(c, syntax.c_str()); }},

@@ -136,3 +136,39 @@ TEST_F(FrameDriver, NoExecuteLeavesTheOutputAlone) {
     EXPECT_TRUE(idle.execute(ins, outs, g));
     EXPECT_EQ(out.GetPixel(5, 0), 0);
 }
+
+// Accessor offsets move every sample the drivers read and write, so a frame with offsets never
+// takes the direct path. Reference: the same block through frames without offsets.
+TEST_F(FrameDriver, OffsetsMoveWhatTheDriversReadAndWrite) {
+    const Frame in = rampFrame(8, 1);
+    Frame comp, plainOut(8, 1, Frame::CS_RAW, 16);
+    codec.allocateCompressedFrame(8, 1, comp);
+    codec.CompressFrame(in, comp, 0, -1);
+    codec.DecompressFrame(comp, plainOut, -1);
+
+    // Row 0 read through offsetY 1 is the ramp of row 1; row 1 clamps to it too.
+    Frame shifted(8, 2, Frame::CS_RAW, 12);
+    for (int x = 0; x < 8; ++x) shifted.data[x] = 4095, shifted.data[8 + x] = in.data[x];
+    shifted.offsetY = 1;
+    Frame comp2(16, 2, Frame::CS_RAW, 8);
+    comp2.offsetX = 8;  // codes go to the right half
+    codec.CompressFrame(shifted, comp2, 0, -1);
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < 8; ++x) {
+            EXPECT_EQ(comp2.data[16 * y + x], 0) << x << "," << y;
+            EXPECT_EQ(comp2.data[16 * y + 8 + x], comp.data[x]) << x << "," << y;
+        }
+
+    // Row 1 of the codes read through offsetY 1 into rows 1 and 2 of the output.
+    Frame codes(8, 2, Frame::CS_RAW, 8);
+    for (int x = 0; x < 8; ++x) codes.data[8 + x] = comp.data[x];
+    codes.offsetY = 1;
+    Frame out(8, 3, Frame::CS_RAW, 16);
+    out.offsetY = 1;
+    codec.DecompressFrame(codes, out, -1);
+    for (int x = 0; x < 8; ++x) {
+        EXPECT_EQ(out.data[x], 0) << x;
+        EXPECT_EQ(out.data[8 + x], plainOut.data[x]) << x;
+        EXPECT_EQ(out.data[16 + x], plainOut.data[x]) << x;
+    }
+}

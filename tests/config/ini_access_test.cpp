@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "tests/config/temp_dir.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
-using fbc::test::readFile;
+using fbc::test::readBytes;
 using fbc::test::TempDir;
-using fbc::test::writeFile;
+using fbc::test::writeBytes;
 
 const char kSample[] =
     "gkey = global value\n"
@@ -45,7 +45,7 @@ class IniRead : public ::testing::TestWithParam<ReadCase> {};
 TEST_P(IniRead, ValueAsCleaned) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, kSample);
+    writeBytes(file, kSample);
     const ReadCase& c = GetParam();
     char buffer[64];
     const int n = ini_gets(c.section, c.key, "<default>", buffer, sizeof buffer, file.c_str());
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(IniGets, TruncatesToBufferAndRejectsBadArguments) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, kSample);
+    writeBytes(file, kSample);
     char buffer[4] = "zz";
     EXPECT_EQ(3, ini_gets("FBC", "Key", "", buffer, sizeof buffer, file.c_str()));
     EXPECT_STREQ("val", buffer);
@@ -95,7 +95,7 @@ TEST(IniGets, TruncatesToBufferAndRejectsBadArguments) {
 TEST(IniGetl, DecimalHexAndDefaults) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, "a=0x1F\nb=0X1F\nc=12\nd=-5\ne=\nf=x\n");
+    writeBytes(file, "a=0x1F\nb=0X1F\nc=12\nd=-5\ne=\nf=x\n");
     EXPECT_EQ(31, ini_getl(nullptr, "a", 9, file.c_str()));
     EXPECT_EQ(31, ini_getl(nullptr, "b", 9, file.c_str()));  // second character X: base 16
     EXPECT_EQ(12, ini_getl(nullptr, "c", 9, file.c_str()));
@@ -109,7 +109,7 @@ TEST(IniGetl, DecimalHexAndDefaults) {
 TEST(IniGetf, ParsesOrDefaults) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, "a=2.5\ne=\n");
+    writeBytes(file, "a=2.5\ne=\n");
     EXPECT_FLOAT_EQ(2.5f, ini_getf(nullptr, "a", 1.0f, file.c_str()));
     EXPECT_FLOAT_EQ(1.0f, ini_getf(nullptr, "b", 1.0f, file.c_str()));
     EXPECT_FLOAT_EQ(0.0f, ini_getf(nullptr, "e", 1.0f, file.c_str()));
@@ -125,7 +125,7 @@ class IniGetbool : public ::testing::TestWithParam<BoolCase> {};
 TEST_P(IniGetbool, FirstCharacterDecides) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, std::string("v=") + GetParam().text + "\n");
+    writeBytes(file, std::string("v=") + GetParam().text + "\n");
     EXPECT_EQ(GetParam().expected, ini_getbool(nullptr, "v", 7, file.c_str()));
 }
 
@@ -137,7 +137,7 @@ INSTANTIATE_TEST_SUITE_P(Values, IniGetbool,
 TEST(IniEnumerate, SectionsAndKeysByIndex) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, kSample);
+    writeBytes(file, kSample);
     char buffer[64];
     EXPECT_EQ(3, ini_getsection(0, buffer, sizeof buffer, file.c_str()));
     EXPECT_STREQ("FBC", buffer);
@@ -160,7 +160,7 @@ TEST(IniEnumerate, SectionsAndKeysByIndex) {
 TEST(IniBrowse, VisitsKeyLinesInOrderAndStopsEarly) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, "g=1\n[A]\nx = \"q;\" ; c\n; y=2\n[B]\nz=3\n");
+    writeBytes(file, "g=1\n[A]\nx = \"q;\" ; c\n; y=2\n[B]\nz=3\n");
     std::vector<std::string> seen;
     auto collect = [](const char* s, const char* k, const char* v, void* user) {
         static_cast<std::vector<std::string>*>(user)->push_back(std::string(s) + "|" + k + "|" + v);
@@ -194,12 +194,12 @@ TEST_P(IniPuts, ResultingBytes) {
     TempDir dir;
     const std::string file = dir.file("p.ini");
     const WriteCase& c = GetParam();
-    if (c.before != nullptr) writeFile(file, c.before);
+    if (c.before != nullptr) writeBytes(file, c.before);
     EXPECT_EQ(1, ini_puts(c.section, c.key, c.value, file.c_str()));
     if (c.after == nullptr) {
         EXPECT_FALSE(std::filesystem::exists(file));
     } else {
-        EXPECT_EQ(c.after, readFile(file));
+        EXPECT_EQ(c.after, readBytes(file));
     }
     EXPECT_FALSE(std::filesystem::exists(dir.file("p.in~")));
 }
@@ -247,34 +247,34 @@ TEST(IniPuts, EqualLengthLineIsOverwrittenInPlace) {
     TempDir dir;
     const std::string file = dir.file("p.ini");
     // "  Key = 12 ; c" and "Key=1234567890" are both 14 bytes; the CRLF and every other byte stay.
-    writeFile(file, "a=1\n[FBC]\n  Key = 12 ; c\r\nz=9\n");
+    writeBytes(file, "a=1\n[FBC]\n  Key = 12 ; c\r\nz=9\n");
     const std::string link = dir.file("link.ini");
     std::filesystem::create_hard_link(file, link);
     EXPECT_EQ(1, ini_puts("FBC", "Key", "1234567890", file.c_str()));
-    EXPECT_EQ("a=1\n[FBC]\nKey=1234567890\r\nz=9\n", readFile(file));
-    EXPECT_EQ(readFile(file), readFile(link));  // same file: written in place, not replaced
+    EXPECT_EQ("a=1\n[FBC]\nKey=1234567890\r\nz=9\n", readBytes(file));
+    EXPECT_EQ(readBytes(file), readBytes(link));  // same file: written in place, not replaced
 }
 
 TEST(IniPuts, UnchangedValueLeavesFileAlone) {
     TempDir dir;
     const std::string file = dir.file("p.ini");
-    writeFile(file, "[A]\nk = \"v\" ; same\n");
+    writeBytes(file, "[A]\nk = \"v\" ; same\n");
     const std::string link = dir.file("link.ini");
     std::filesystem::create_hard_link(file, link);
     EXPECT_EQ(1, ini_puts("A", "k", "v", file.c_str()));
-    EXPECT_EQ("[A]\nk = \"v\" ; same\n", readFile(file));
+    EXPECT_EQ("[A]\nk = \"v\" ; same\n", readBytes(file));
     EXPECT_EQ(2u, std::filesystem::hard_link_count(file));
 }
 
 TEST(IniPuts, RewriteReplacesTheFileWhole) {
     TempDir dir;
     const std::string file = dir.file("p.ini");
-    writeFile(file, "[A]\nk=1\n");
+    writeBytes(file, "[A]\nk=1\n");
     const std::string link = dir.file("link.ini");
     std::filesystem::create_hard_link(file, link);
     EXPECT_EQ(1, ini_puts("A", "k", "12", file.c_str()));
-    EXPECT_EQ("[A]\nk=12\n", readFile(file));
-    EXPECT_EQ("[A]\nk=1\n", readFile(link));  // the old file stayed complete until the rename
+    EXPECT_EQ("[A]\nk=12\n", readBytes(file));
+    EXPECT_EQ("[A]\nk=1\n", readBytes(link));  // the old file stayed complete until the rename
 }
 
 TEST(IniPutNumbers, DecimalAndSixDecimals) {
@@ -282,7 +282,7 @@ TEST(IniPutNumbers, DecimalAndSixDecimals) {
     const std::string file = dir.file("n.ini");
     EXPECT_EQ(1, ini_putl("A", "l", -42, file.c_str()));
     EXPECT_EQ(1, ini_putf("A", "f", 1.5f, file.c_str()));
-    EXPECT_EQ("[A]\nl=-42\nf=1.500000\n", readFile(file));
+    EXPECT_EQ("[A]\nl=-42\nf=1.500000\n", readBytes(file));
 }
 
 TEST(IniHostileInput, LongLineIsOneTruncatedLine) {
@@ -290,7 +290,7 @@ TEST(IniHostileInput, LongLineIsOneTruncatedLine) {
     const std::string file = dir.file("h.ini");
     // The continuation of a line longer than the buffer must not be taken for a key line.
     const std::string longLine = "x=" + std::string(5000, 'b') + "k=7\n";
-    writeFile(file, "[A]\n" + longLine + "m=1\n");
+    writeBytes(file, "[A]\n" + longLine + "m=1\n");
     char buffer[8];
     EXPECT_EQ(1, ini_gets("A", "k", "-", buffer, sizeof buffer, file.c_str()));
     EXPECT_STREQ("-", buffer);
@@ -301,27 +301,27 @@ TEST(IniHostileInput, LongLineIsOneTruncatedLine) {
 
     // Rewrites copy the long line byte for byte.
     EXPECT_EQ(1, ini_puts("A", "z", "2", file.c_str()));
-    EXPECT_EQ("[A]\n" + longLine + "m=1\nz=2\n", readFile(file));
+    EXPECT_EQ("[A]\n" + longLine + "m=1\nz=2\n", readBytes(file));
     EXPECT_EQ(1, ini_puts("A", "m", "10", file.c_str()));
-    EXPECT_EQ("[A]\n" + longLine + "m=10\nz=2\n", readFile(file));
+    EXPECT_EQ("[A]\n" + longLine + "m=10\nz=2\n", readBytes(file));
 }
 
 TEST(IniHostileInput, KeyLineLongerThanTheReaderIsRefused) {
     TempDir dir;
     const std::string file = dir.file("h.ini");
-    writeFile(file, "[A]\n");
+    writeBytes(file, "[A]\n");
     const std::string value(INI_BUFFERSIZE, 'v');
     EXPECT_EQ(0, ini_puts("A", "k", value.c_str(), file.c_str()));
-    EXPECT_EQ("[A]\n", readFile(file));
+    EXPECT_EQ("[A]\n", readBytes(file));
 }
 
 TEST(IniHostileInput, EmbeddedNulBytesAreCopiedOnRewrite) {
     TempDir dir;
     const std::string file = dir.file("h.ini");
     const std::string before("[A]\nj=a\0b\nk=1\n", 14);
-    writeFile(file, before);
+    writeBytes(file, before);
     EXPECT_EQ(1, ini_puts("A", "k", "22", file.c_str()));
-    EXPECT_EQ(std::string("[A]\nj=a\0b\nk=22\n", 15), readFile(file));
+    EXPECT_EQ(std::string("[A]\nj=a\0b\nk=22\n", 15), readBytes(file));
 }
 
 }  // namespace
@@ -341,7 +341,7 @@ TEST(IniText, ReadsAndWritesLikeTheFile) {
         std::string text;
         for (int n = static_cast<int>(gen() % 12); n > 0; --n) text += std::string(lines[gen() % 15]) + "\n";
         if (gen() % 2 != 0 && !text.empty()) text.pop_back();  // no final line feed
-        writeFile(file, text);
+        writeBytes(file, text);
         for (const char* section : names) {
             for (const char* key : names) {
                 char a[64], b[64];
@@ -363,7 +363,7 @@ TEST(IniText, ReadsAndWritesLikeTheFile) {
         const char* key = gen() % 5 == 0 ? nullptr : names[4 + gen() % 4];
         const char* value = gen() % 4 == 0 ? nullptr : (gen() % 2 != 0 ? "1" : "a b;");
         EXPECT_EQ(ini_puts(section, key, value, file.c_str()), ini_puts(section, key, value, IniText{&text}));
-        ASSERT_EQ(readFile(file), text) << round;
+        ASSERT_EQ(readBytes(file), text) << round;
     }
 }
 

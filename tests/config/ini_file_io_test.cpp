@@ -6,18 +6,18 @@
 #include <string>
 #include <vector>
 
-#include "tests/config/temp_dir.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
-using fbc::test::readFile;
+using fbc::test::readBytes;
 using fbc::test::TempDir;
-using fbc::test::writeFile;
+using fbc::test::writeBytes;
 
 TEST(IniFileIO, CacheComparesNamesExactly) {
     TempDir dir;
     const std::string file = dir.file("c.ini");
-    writeFile(file, "g=1\n[a]\nx=1\n; y=0\n[b]\ny=2\n");
+    writeBytes(file, "g=1\n[a]\nx=1\n; y=0\n[b]\ny=2\n");
     IniFileIO ini(file);
     EXPECT_TRUE(ini.isSectionExist("a"));
     EXPECT_TRUE(ini.isSectionExist("b"));
@@ -33,7 +33,7 @@ TEST(IniFileIO, SectionNamesAreCutTo63Bytes) {
     TempDir dir;
     const std::string file = dir.file("c.ini");
     const std::string longName(70, 's');
-    writeFile(file, "[" + longName + "]\nk=1\n[" + longName.substr(0, 63) + "]\nq=2\n");
+    writeBytes(file, "[" + longName + "]\nk=1\n[" + longName.substr(0, 63) + "]\nq=2\n");
     IniFileIO ini(file);
     // Both headers cut to the same 63 bytes; the keys are those of the full-length match.
     EXPECT_TRUE(ini.isSectionExist(longName.substr(0, 63).c_str()));
@@ -53,7 +53,7 @@ class IniFileIOGetArray : public ::testing::TestWithParam<ArrayCase> {};
 TEST_P(IniFileIOGetArray, ParsesElements) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, std::string("[S]\nv=") + GetParam().text + "\n");
+    writeBytes(file, std::string("[S]\nv=") + GetParam().text + "\n");
     IniFileIO ini(file);
     int values[3] = {-1, -1, -1};
     EXPECT_EQ(GetParam().result, ini.getArray("S", "v", values, 3, ""));
@@ -89,7 +89,7 @@ TEST(IniFileIO, TextInMemory) {
 TEST(IniFileIO, GetArrayOfMissingKeyUsesDefaultTextButFails) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, "[S]\n");
+    writeBytes(file, "[S]\n");
     IniFileIO ini(file);
     int values[2] = {0, 0};
     EXPECT_FALSE(ini.getArray("S", "v", values, 2, "3,4"));
@@ -100,7 +100,7 @@ TEST(IniFileIO, GetArrayOfMissingKeyUsesDefaultTextButFails) {
 TEST(IniFileIO, GetDoubleArray) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, "[S]\nv=1.5, -2e1\n");
+    writeBytes(file, "[S]\nv=1.5, -2e1\n");
     IniFileIO ini(file);
     double values[2] = {0, 0};
     EXPECT_TRUE(ini.getArray("S", "v", values, 2, ""));
@@ -111,7 +111,7 @@ TEST(IniFileIO, GetDoubleArray) {
 TEST(IniFileIO, ScalarReads) {
     TempDir dir;
     const std::string file = dir.file("a.ini");
-    writeFile(file, "[S]\ni=0x10\nb=2\nd=2.25\ns=MiXed\n");
+    writeBytes(file, "[S]\ni=0x10\nb=2\nd=2.25\ns=MiXed\n");
     IniFileIO ini(file);
     int i = 0;
     EXPECT_TRUE(ini.getVariable("S", "i", i, "5"));
@@ -148,24 +148,24 @@ TEST(IniFileIO, WritesArraysAndScalars) {
     EXPECT_TRUE(ini.setArray("S", "dd", dd, 2));
     EXPECT_EQ("[S]\nh=0x1, 0x2\nd=1, 2\nn=0x1f, 0xffffffff\ni=0x1a\nb=1\nt=text\nf=0.500000\n"
               "dd=1.500000, -2.000000\n",
-              readFile(file));
+              readBytes(file));
 }
 
 TEST(IniFileIO, OverlongArrayIsNotWritten) {
     TempDir dir;
     const std::string file = dir.file("w.ini");
-    writeFile(file, "[S]\nv=1\n");
+    writeBytes(file, "[S]\nv=1\n");
     IniFileIO ini(file);
     // 400 elements of 13 characters each pass the 4084-byte limit.
     const std::vector<int> values(400, -1000000000);
     EXPECT_FALSE(ini.setArray("S", "v", values.data(), 400, false));
-    EXPECT_EQ("[S]\nv=1\n", readFile(file));
+    EXPECT_EQ("[S]\nv=1\n", readBytes(file));
 }
 
 TEST(IniFileIO, WritesDoNotUpdateTheCache) {
     TempDir dir;
     const std::string file = dir.file("w.ini");
-    writeFile(file, "[S]\n");
+    writeBytes(file, "[S]\n");
     IniFileIO ini(file);
     EXPECT_TRUE(ini.setVariable("S", "k", 3, false));
     int v = 0;

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "image/Frame.h"
-#include "tests/config/temp_dir.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
-using fbc::test::readFile;
+using fbc::test::readBytes;
 using fbc::test::TempDir;
 
 TEST(IPBaseNames, InstanceNameOnlyForGetName) {
@@ -114,7 +114,7 @@ TEST(IPBaseRun, EmptyInputDoesNothing) {
     std::vector<Frame*> in;
     std::vector<Frame*> outs{&out};
     TGlobalParam g;
-    EXPECT_FALSE(block.run(in, outs, g, dir.path().string(), 1));
+    EXPECT_FALSE(block.run(in, outs, g, dir.path(), 1));
     EXPECT_TRUE(dumpFiles(dir).empty());
     EXPECT_EQ(0, out.GetPixel(0, 0));
 }
@@ -128,16 +128,16 @@ TEST(IPBaseRun, OneInputDumpsInAndOutAndRestoresFormat) {
     std::vector<Frame*> ins{&in};
     std::vector<Frame*> outs{&out};
     TGlobalParam g;
-    EXPECT_TRUE(block.run(ins, outs, g, dir.path().string(), 1));
+    EXPECT_TRUE(block.run(ins, outs, g, dir.path(), 1));
     EXPECT_EQ((std::vector<std::string>{"fbc_in.bin", "fbc_out.bin"}), dumpFiles(dir));
     EXPECT_EQ(0x1234, out.GetPixel(0, 0));
     EXPECT_EQ(Frame::CS_YUV, out.cs);
     EXPECT_EQ(CFA_GRBG, out.cfa);
     EXPECT_EQ(10, out.depth);
     EXPECT_EQ(RGBIR_LAYOUT5, out.rgbir);
-    EXPECT_EQ(std::string("\xBC\x0A", 2), readFile(dir.file("fbc_in.bin")));
+    EXPECT_EQ(std::string("\xBC\x0A", 2), readBytes(dir.file("fbc_in.bin")));
     // Dumped with the restored colour space: CS_YUV writes each sample three times.
-    EXPECT_EQ(std::string("\x34\x12\x34\x12\x34\x12", 6), readFile(dir.file("fbc_out.bin")));
+    EXPECT_EQ(std::string("\x34\x12\x34\x12\x34\x12", 6), readBytes(dir.file("fbc_out.bin")));
 }
 
 TEST(IPBaseRun, SeveralInputsAreNumberedAndResultPassesThrough) {
@@ -150,7 +150,7 @@ TEST(IPBaseRun, SeveralInputsAreNumberedAndResultPassesThrough) {
     std::vector<Frame*> ins{&a, &b, &c};
     std::vector<Frame*> outs{&out};
     TGlobalParam g;
-    EXPECT_FALSE(block.run(ins, outs, g, dir.path().string(), 1));
+    EXPECT_FALSE(block.run(ins, outs, g, dir.path(), 1));
     EXPECT_EQ((std::vector<std::string>{"cmp_out.bin", "cmp_p0_in.bin", "cmp_p1_in.bin",
                                         "cmp_p2_in.bin"}),
               dumpFiles(dir));
@@ -164,7 +164,7 @@ TEST(IPBaseRun, IndexOtherThanOneWritesNoDump) {
     std::vector<Frame*> ins{&in};
     std::vector<Frame*> outs{&out};
     TGlobalParam g;
-    EXPECT_TRUE(block.run(ins, outs, g, dir.path().string(), 2));
+    EXPECT_TRUE(block.run(ins, outs, g, dir.path(), 2));
     EXPECT_TRUE(dumpFiles(dir).empty());
     EXPECT_EQ(0x1234, out.GetPixel(0, 0));
 }

@@ -8,13 +8,13 @@
 #include "config/IniFileIO.h"
 #include "framework/IPBase.h"
 #include "framework/RegisterTable.h"
-#include "tests/config/temp_dir.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
-using fbc::test::readFile;
+using fbc::test::readBytes;
 using fbc::test::TempDir;
-using fbc::test::writeFile;
+using fbc::test::writeBytes;
 
 const char kTable[] =
     "param T s     0 100    random 7 7  default 42\n"
@@ -97,7 +97,7 @@ TEST_F(ParamBinding, DefaultsRepeatTheLastValue) {
 
 TEST_F(ParamBinding, LoadReportsEveryProblemInAddressOrder) {
     const std::string file = dir.file("p.ini");
-    writeFile(file, "[T]\ns=150\narr=1,2,3\nu16=0xFFFF\ns16=-1\nu8=300\nexcl=1\nghost=9\n");
+    writeBytes(file, "[T]\ns=150\narr=1,2,3\nu16=0xFFFF\ns16=-1\nu8=300\nexcl=1\nghost=9\n");
     IniFileIO ini(file);
     block.excl = 3;
     EXPECT_FALSE(block.paramLoaded());
@@ -122,7 +122,7 @@ TEST_F(ParamBinding, LoadReportsEveryProblemInAddressOrder) {
 
 TEST_F(ParamBinding, LoadChecksEachArrayElement) {
     const std::string file = dir.file("p.ini");
-    writeFile(file, "[T]\ns=1\narr=1,2,3,4,10,5,11,0\nu16=0\ns16=0\nu8=0\nnodef=0\nghost=0\n");
+    writeBytes(file, "[T]\ns=1\narr=1,2,3,4,10,5,11,0\nu16=0\ns16=0\nu8=0\nnodef=0\nghost=0\n");
     IniFileIO ini(file);
     EXPECT_FALSE(block.loadParam(ini, regs, errors));
     EXPECT_EQ((std::vector<std::string>{
@@ -134,7 +134,7 @@ TEST_F(ParamBinding, LoadChecksEachArrayElement) {
     EXPECT_EQ((std::vector<int>{1, 2, 3, 4, 10, 5, 11, 0}), arr());
 
     // The same problems as data: kind, name, element, value and range.
-    IniFileIO text = IniFileIO::fromText("mem", readFile(file));
+    IniFileIO text = IniFileIO::fromText("mem", readBytes(file));
     std::vector<ParamProblem> report;
     EXPECT_FALSE(block.loadParamReport(text, regs, report));
     ASSERT_EQ(3u, report.size());
@@ -171,7 +171,7 @@ TEST(CheckParam, WideningFollowsSizeAndSign) {
     EXPECT_TRUE(errors.empty());
 
     TempDir dir;
-    writeFile(dir.file("w.ini"), "[W]\n");
+    writeBytes(dir.file("w.ini"), "[W]\n");
     IniFileIO ini(dir.file("w.ini"));
     w.loadParam(ini, regs, errors);
     errors.clear();
@@ -187,7 +187,7 @@ TEST(CheckParam, WideningFollowsSizeAndSign) {
 }
 
 TEST_F(ParamBinding, CheckReportsUnknownNamesAndIgnoresIniExclusion) {
-    writeFile(dir.file("p.ini"), "[T]\n");
+    writeBytes(dir.file("p.ini"), "[T]\n");
     IniFileIO ini(dir.file("p.ini"));
     block.loadParam(ini, regs, errors);
     errors.clear();
@@ -209,7 +209,7 @@ TEST_F(ParamBinding, SaveOnlyChangedWritesDifferences) {
         EXPECT_TRUE(block.saveParam(ini, regs, errors, true));
     }
     EXPECT_EQ("[T]\ns=42\narr=5, 6, 7, 7, 7, 7, 7, 7\nu16=1\ns16=-3\nu8=3\nnodef=0\nghost=0\n",
-              readFile(file));
+              readBytes(file));
     EXPECT_EQ((std::vector<std::string>{
                   "Cannot find parameter name \"T/ghost\" in the register table!"}),
               errors);
@@ -227,7 +227,7 @@ TEST_F(ParamBinding, SaveOnlyChangedWritesDifferences) {
         IniFileIO ini(file);
         EXPECT_TRUE(block.saveParam(ini, regs, errors, true));
     }
-    EXPECT_EQ("[T]\narr=5, 6, 7, 7, 7, 7, 7, 1\nu8=250\n", readFile(file));
+    EXPECT_EQ("[T]\narr=5, 6, 7, 7, 7, 7, 7, 1\nu8=250\n", readBytes(file));
 
     // Without onlyChanged everything is saved, whatever the snapshots hold.
     std::filesystem::remove(file);
@@ -236,7 +236,7 @@ TEST_F(ParamBinding, SaveOnlyChangedWritesDifferences) {
         EXPECT_TRUE(block.saveParam(ini, regs, errors, false));
     }
     EXPECT_EQ("[T]\ns=42\narr=5, 6, 7, 7, 7, 7, 7, 1\nu16=1\ns16=-3\nu8=250\nnodef=0\nghost=0\n",
-              readFile(file));
+              readBytes(file));
     block.release();
 }
 

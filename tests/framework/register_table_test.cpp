@@ -5,13 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "tests/config/temp_dir.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
-using fbc::test::readFile;
+using fbc::test::readBytes;
 using fbc::test::TempDir;
-using fbc::test::writeFile;
+using fbc::test::writeBytes;
 
 TEST(RegisterTable, ReadsParamsFieldsAndPacks) {
     RegisterTable t;
@@ -136,7 +136,7 @@ TEST(RegisterTable, MissingFileIsReported) {
 TEST(RegisterTable, LoadsFromFile) {
     TempDir dir;
     const std::string path = dir.file("r.txt");
-    writeFile(path, "param S a 0 1\nfield 0x1 0:0\nfield 0x1 0:0\n");
+    writeBytes(path, "param S a 0 1\nfield 0x1 0:0\nfield 0x1 0:0\n");
     RegisterTable t;
     std::string error;
     EXPECT_FALSE(fbc::loadRegisterTable(path, t, error));
@@ -144,55 +144,7 @@ TEST(RegisterTable, LoadsFromFile) {
 }
 
 TEST(BuiltinRegisterTable, IsTheShippedDataFile) {
-    EXPECT_EQ(readFile(FBC_SOURCE_DIR "/data/fbc_registers.txt"), fbc::builtinRegisterTableText());
-}
-
-struct CodecParam {
-    const char* section;
-    const char* key;
-    int minVal, maxVal;
-    std::vector<int> defaults;
-};
-
-TEST(BuiltinRegisterTable, HoldsEveryCodecParameter) {
-    RegisterTable t;
-    std::string error;
-    ASSERT_TRUE(fbc::loadBuiltinRegisterTable(t, error)) << error;
-    const std::vector<CodecParam> params = {
-        {"Enable", "reg_fbc_en", 0, 1, {1}},
-        {"FBC", "reg_compress_edgefisrt_enable", 0, 3, {1}},
-        {"FBC", "reg_compress_edgefisrt_finalth", 0, 4095, {2000}},
-        {"FBC", "reg_compress_edgemin_th", 0, 4095, {2000}},
-        {"FBC", "reg_compress_edgemin_ratio", 0, 255, {1}},
-        {"FBC", "reg_edge_diffmin_th", 0, 4095, {200}},
-        {"FBC", "reg_comp_enc_trun_rnd", 0, 1, {0}},
-        {"FBC", "reg_comp_de_tr_round_md", 0, 1, {0}},
-        {"FBC", "reg_comp_de_tr_round_zero", 0, 1, {0}},
-        {"FBC", "reg_dpcm_swing_rounder_en", 0, 1, {0}},
-        {"FBC", "reg_dpcm_pmin_lsb_update_en", 0, 1, {0}},
-        {"FBC", "reg_dpcm_stepsize_expansion_en", 0, 1, {0}},
-        {"FBC", "reg_tr_ext_en", 0, 1, {0}},
-        {"FBC", "reg_tr_ext_rb", 0, 1, {0}},
-        {"FBC", "reg_mode_en", 0, 1, {1}},
-        {"FBC", "reg_mode_definition", 0, 15, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
-        {"FBC", "reg_curve_mode_en", 0, 1, {0}},
-        {"FBC", "reg_comp_lut_in", 0, 4095, {32, 512, 2048, 4095}},
-        {"FBC", "reg_comp_lut_out", 0, 255, {32, 128, 220, 255}},
-        {"FBC", "reg_comp_lut_slope", -32768, 32767, {4096, 819, 245, 70, 0}},
-        {"FBC", "reg_uncomp_lut_slope", -32768, 32767, {256, 1280, 4274, 14973, 0}},
-        {"FBC", "sw_dpcm_swing_en", 0, 1, {0}},
-    };
-    EXPECT_EQ(static_cast<int>(params.size()), t.size());
-    for (const CodecParam& p : params) {
-        const int i = t.lookupParam(p.section, p.key);
-        ASSERT_GE(i, 0) << p.key;
-        EXPECT_EQ(p.minVal, t.getEntry(i).minVal) << p.key;
-        EXPECT_EQ(p.maxVal, t.getEntry(i).maxVal) << p.key;
-        EXPECT_EQ(p.defaults, t.getEntry(i).defaultVal) << p.key;
-    }
-    EXPECT_EQ(10, t.getEntry(t.lookupParam("FBC", "reg_mode_definition")).randomMax);
-    EXPECT_EQ(15u, t.getEntry(t.lookupParam("FBC", "reg_comp_lut_in")).regs.size());
-    EXPECT_EQ(16u, t.getEntry(t.lookupParam("FBC", "reg_uncomp_lut_slope")).regs.size());
+    EXPECT_EQ(readBytes(FBC_SOURCE_DIR "/data/fbc_registers.txt"), fbc::builtinRegisterTableText());
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "TempDir.h"
+#include "tests/TestFiles.h"
 #include "image/DataDumper.h"
 
 namespace {

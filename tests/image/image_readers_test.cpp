@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <new>
 #include <string>
 #include <vector>
 
-#include "TempDir.h"
+#include "tests/TestFiles.h"
 #include "image/Frame.h"
 #include "image/ParsePPM.h"
 
@@ -298,6 +300,23 @@ TEST(ReportingParsers, CommentBeforeFieldIsNoMark) {
   EXPECT_EQ(w, 1);
   EXPECT_EQ(h, 1);
   EXPECT_EQ(rgb, (std::vector<std::uint16_t>{1, 2, 3}));
+}
+
+// The raw reader measures the file before it sizes a buffer, so a short file said to hold
+// 16000x16000 samples (512000000 bytes) costs no memory: it fails the same under a 256 MB limit.
+bool failsWithinLimit(const std::string& path) {
+  const rlimit limit{256 << 20, 256 << 20};
+  setrlimit(RLIMIT_AS, &limit);
+  std::vector<std::uint16_t> samples;
+  std::string error;
+  return !fbc::parseRAW(path, 16000, 16000, 3, samples, error) &&
+         error == path + ": size 6 bytes, expected at least 512000000 (16000x16000 samples of 2 bytes)";
+}
+
+TEST(ReportingParsers, HugeClaimInAShortFileAllocatesNothing) {
+  TempDir dir;
+  writeBytes(dir.file("big.raw"), std::string(6, 'x'));
+  EXPECT_EXIT(std::exit(failsWithinLimit(dir.file("big.raw")) ? 0 : 1), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(ReportingParsers, MissingFile) {

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "TempDir.h"
+#include "tests/TestFiles.h"
 #include "image/Frame.h"
 #include "image/PPM.h"
 #include "image/ParsePPM.h"

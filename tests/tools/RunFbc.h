@@ -9,7 +9,7 @@
 #include <set>
 #include <string>
 
-#include "tests/image/TempDir.h"
+#include "tests/TestFiles.h"
 
 namespace fbc::test {
 

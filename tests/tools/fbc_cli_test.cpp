@@ -31,7 +31,7 @@ std::string raw16(const std::vector<int>& samples) {
   return s;
 }
 
-// 12x3 image, samples 5 except 4096 at index 14 = pixel (2, 1) in bad.raw.
+// 12x3 image, samples 5 except 4096 at index 14 = pixel (2, 1) in bad.raw; a 4x2 PPM.
 void writeInputs(const TempDir& dir) {
   writeBytes(dir.file("in.raw"), raw16(std::vector<int>(36, 5)));
   std::vector<int> bad(36, 5);
@@ -39,6 +39,8 @@ void writeInputs(const TempDir& dir) {
   writeBytes(dir.file("bad.raw"), raw16(bad));
   writeBytes(dir.file("short.raw"), std::string(70, '\0'));
   writeBytes(dir.file("in.bin"), std::string(40, '\0'));
+  writeBytes(dir.file("in.ppm"), "P6\n4 2\n255\n" + std::string(24, '\x10'));
+  writeBytes(dir.file("in.bmp"), "BM");
 }
 
 class CliError : public ::testing::TestWithParam<ErrorCase> {};
@@ -92,6 +94,21 @@ const ErrorCase kErrorCases[] = {
     {"DemoArgument", "demo extra", "fbc demo: expected 0 arguments, got 1 (usage: fbc demo [--out DIR] [--format png|pnm])\n"},
     {"UnknownCommand", "compress in.raw", "fbc: unknown command 'compress' (try 'fbc --help')\n"},
     {"NoCommand", "", "fbc: missing command (try 'fbc --help')\n"},
+    {"RawNeedsSize", "encode --raw-mode 1 short.raw out.bin",
+     "fbc encode: missing required option --width\n"},
+    {"SizeDisagreesWithHeader", "encode --width 8 in.ppm out.bin",
+     "fbc encode: in.ppm: picture is 4x2, but --width/--height give 8x2\n"},
+    {"RawModeOutOfRange", "roundtrip --width 4 --height 2 --raw-mode 5 short.raw",
+     "fbc roundtrip: --raw-mode: 5 is out of range 0..4\n"},
+    {"RawModeOnPicture", "encode --raw-mode 1 in.ppm out.bin",
+     "fbc encode: --raw-mode applies to .raw input only, not in.ppm\n"},
+    {"UnknownOutputType", "decode --width 12 --height 3 in.bin out.tif",
+     "fbc decode: out.tif: unknown output type \".tif\" (expected .raw, .png, .pgm or .ppm)\n"},
+    {"OutputWithoutType", "decode --width 12 --height 3 in.bin out",
+     "fbc decode: out: unknown output type \"\" (expected .raw, .png, .pgm or .ppm)\n"},
+    {"UnknownInputType", "encode in.bmp out.bin",
+     "fbc encode: in.bmp: unknown picture type \".bmp\" (expected .png, .ppm, .pgm or .raw)\n"},
+    {"UnknownPictureFormat", "demo --format tiff", "fbc demo: --format: 'tiff' is not png or pnm\n"},
 };
 INSTANTIATE_TEST_SUITE_P(Fbc, CliError, ::testing::ValuesIn(kErrorCases),
                          [](const auto& test) { return std::string(test.param.name); });
@@ -110,6 +127,21 @@ TEST(Cli, UnwritableOutputIsAFailureNotUsage) {
   const Outcome r = runFbc(dir, "encode --width 12 --height 3 in.raw nodir/out.bin");
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "fbc encode: nodir/out.bin: cannot create file (No such file or directory)\n");
+}
+
+// A register map may name an element past the end of a bound array (reg_mode_en has 11): the
+// field is skipped, not read from whatever follows the array (reg_mode_definition[2] = 2 would
+// set bits 15:14 to 10).
+TEST(Cli, RegisterMapElementPastTheArrayIsSkipped) {
+  const TempDir dir;
+  std::string map = readBytes(FBC_SOURCE_DIR "/data/fbc_registers.txt");
+  const std::string pack = "  pack 0x0006 11 1\n";
+  map.insert(map.find(pack) + pack.size(), "  field 0x0006 15:14 elem 13\n");
+  writeBytes(dir.file("map.txt"), map);
+  writeBytes(dir.file("in.ini"), "[FBC]\n");
+  const Outcome r = runFbc(dir, "regs --registers map.txt in.ini");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("\n0x0006 0x07ff\n"), std::string::npos) << r.out;
 }
 
 // Row 0 of a 12x2 image: a flat block of 0x123, then 0x123 x4 padded with four zeros.
@@ -223,6 +255,8 @@ TEST(Cli, DemoMakesEverySelectableModeWin) {
   EXPECT_EQ(readBytes(dir.file("chart/chart.pgm")).size(), 16 + 640u * 480 * 2);  // "P5\n640 480\n4095\n"
   EXPECT_EQ(readBytes(dir.file("chart/decoded.pgm")).size(), 16 + 640u * 480 * 2);  // "P5\n640 480\n4095\n"
   EXPECT_EQ(readBytes(dir.file("chart/modes.ppm")).size(), 15 + 640u * 480 * 3);  // "P6\n640 480\n255\n"
+  EXPECT_EQ(readBytes(dir.file("chart/errors.ppm")).size(), 15 + 640u * 480 * 3);
+  EXPECT_FALSE(std::filesystem::exists(dir.file("chart/compare.ppm")));
 }
 
 // make clean, run in a scratch folder through the project's Makefile, removes every folder the
