@@ -151,17 +151,6 @@ TEST(Random, ShippedSettingsAreTheDefaults) {
   for (const std::string& f : files) EXPECT_EQ(readBytes(dir.file("a/" + f)), readBytes(dir.file("b/" + f))) << f;
 }
 
-}  // namespace
-
-namespace {
-
-using fbc::test::listTree;
-using fbc::test::Outcome;
-using fbc::test::readBytes;
-using fbc::test::runFbc;
-using fbc::test::TempDir;
-using fbc::test::writeBytes;
-
 const char kSmallTests[] = "[GlobalControl]\nwidth_max=20\nheight_max=2\nenable_percent=70\n";
 
 // N shards written into one folder, in any order, make the tree of one unsharded run.
