@@ -209,6 +209,14 @@ class PngOutput(Tool):
         _, _, _, _, first, _ = read_png(self.read("png/input.png"))
         self.assertEqual(first[:3], [0xFFFF, 0x0010, 0x1231])
 
+    def test_colour_png_input_is_a_bayer_mosaic_and_grey_is_not(self):
+        self.write("colour.png", png(W, H, 2, 8, rows(noise(3 * W * H, 255, 11), 3 * W)))
+        self.write("grey.png", png(W, H, 0, 8, rows(noise(W * H, 255, 12), W)))
+        self.ok("roundtrip", "colour.png", "--out", "colour")
+        self.ok("roundtrip", "grey.png", "--out", "grey")
+        self.assertIn("compare.png", os.listdir(self.path("colour")))
+        self.assertNotIn("compare.png", os.listdir(self.path("grey")))
+
 
 if __name__ == "__main__":
     FBC = os.path.abspath(sys.argv.pop(1))
