@@ -144,13 +144,6 @@ int fail(const fbc_codec* c, int code, const std::string& message) {
   return code;
 }
 
-// Every parameter's value from one codec to another of the same kind.
-void copyRegisters(Compression1x8& from, Compression1x8& to) {
-  for (const Param& p : layout().params)
-    for (std::ptrdiff_t f : p.fields)
-      std::memcpy(field(to, f), field(from, f), sizeof(int) * p.count);
-}
-
 void resetCodec(Compression1x8& codec) {
   codec.setSWinit();
   codec.setEnable(true);
@@ -223,14 +216,14 @@ std::vector<std::string> allowedSections(const std::string& text) {
 // finds nothing beyond keys the text leaves out (they keep their values).
 int loadThroughBlock(fbc_codec* c, IniFileIO& ini, const std::string& where) {
   Compression1x8 scratch("FBC", false);
-  copyRegisters(c->codec, scratch);
+  scratch.copyRegistersFrom(c->codec);
   std::vector<ParamProblem> problems;
   scratch.loadParamReport(ini, table(), problems);
   for (const ParamProblem& p : problems) {
     if (p.kind != ParamProblem::Kind::NotInIni)
       return fail(c, FBC_ERR_VALUE, where + paramProblemText(p));
   }
-  copyRegisters(scratch, c->codec);
+  c->codec.copyRegistersFrom(scratch);
   return FBC_OK;
 }
 
@@ -346,7 +339,7 @@ fbc_codec* fbc_clone(const fbc_codec* c) {
   if (c == nullptr) return nullptr;
   try {
     fbc_codec* copy = new fbc_codec;
-    copyRegisters(c->codec, copy->codec);
+    copy->codec.copyRegistersFrom(c->codec);
     copy->frameIndex = c->frameIndex;
     copy->codec.Threads = c->codec.Threads;
     return copy;

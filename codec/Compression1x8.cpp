@@ -74,6 +74,13 @@ Compression1x8::Compression1x8(const std::string& name, bool noExecute_) : IPBas
 
 Compression1x8::Compression1x8(const Compression1x8& other) : Compression1x8(other.m_name, other.noExecute) {
     m_instanceName = other.m_instanceName;
+    copyRegistersFrom(other);
+    SwingRowSelect = other.SwingRowSelect;
+    FrameWidth = other.FrameWidth;
+    Threads = other.Threads;
+}
+
+void Compression1x8::copyRegistersFrom(const Compression1x8& other) {
     // Every bound register sits at the same offset in both objects.
     const char* from = reinterpret_cast<const char*>(&other);
     char* to = reinterpret_cast<char*>(this);
@@ -81,9 +88,6 @@ Compression1x8::Compression1x8(const Compression1x8& other) : Compression1x8(oth
         const int element = info.size == 1 || info.size == 2 ? info.size : 4;
         std::memcpy(to + (static_cast<const char*>(var) - from), var, static_cast<std::size_t>(element) * info.count);
     }
-    SwingRowSelect = other.SwingRowSelect;
-    FrameWidth = other.FrameWidth;
-    Threads = other.Threads;
 }
 
 int Compression1x8::setSWinit() {

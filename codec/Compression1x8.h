@@ -43,6 +43,8 @@ public:
     // its own per-block working state, no instrumentation and no parameter snapshots. The
     // frame drivers give one to each thread that codes a share of the rows.
     Compression1x8(const Compression1x8& other);
+    // Every bound register (and the enable) of `other`; working state is left alone.
+    void copyRegistersFrom(const Compression1x8& other);
     Compression1x8& operator=(const Compression1x8&) = delete;
     ~Compression1x8() override = default;
 
