@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -179,7 +180,8 @@ int checkValues(const fbc_codec* c, const Param& p, const std::vector<long long>
 int parseValue(const fbc_codec* c, const Param& p, const char* text,
                std::vector<long long>& values) {
   std::string error;
-  if (!fbc::parseIntegerList(text, true, values, error)) {
+  // A scalar is read with base detection, which knows "0X"; array elements only "0x".
+  if (!fbc::parseIntegerList(text, p.count == 1, values, error)) {
     return fail(c, FBC_ERR_VALUE, "parameter \"" + p.key + "\": " + error);
   }
   return checkValues(c, p, values);
@@ -192,56 +194,97 @@ void store(Compression1x8& codec, const Param& p, const std::vector<long long>& 
           static_cast<std::uint32_t>(values[static_cast<std::size_t>(i)]));
 }
 
+std::string lowerCase(std::string s) {
+  for (char& ch : s) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+  return s;
+}
+
+// The sections a parameter file may hold: the block's, and those of other blocks in a file they
+// share, but no case variant of the block's, which the readers would take for the block's own
+// while the loader's existence test would not.
+std::vector<std::string> allowedSections(const std::string& text) {
+  std::vector<std::string> allowed;
+  for (const Param& p : layout().params)
+    if (std::find(allowed.begin(), allowed.end(), p.section) == allowed.end())
+      allowed.push_back(p.section);
+  const std::size_t own = allowed.size();
+  for (const IniLineInfo& line : ini_lines(text)) {
+    if (line.kind != IniLineKind::Section) continue;
+    bool variant = false;
+    for (std::size_t i = 0; i < own; ++i)
+      variant = variant || lowerCase(allowed[i]) == lowerCase(line.name);
+    if (!variant && std::find(allowed.begin(), allowed.end(), line.name) == allowed.end())
+      allowed.push_back(line.name);
+  }
+  return allowed;
+}
+
+// The block's own loader over `ini`, on a copy that replaces the registers only when the loader
+// finds nothing beyond keys the text leaves out (they keep their values).
+int loadThroughBlock(fbc_codec* c, IniFileIO& ini, const std::string& where) {
+  Compression1x8 scratch("FBC", false);
+  copyRegisters(c->codec, scratch);
+  std::vector<ParamProblem> problems;
+  scratch.loadParamReport(ini, table(), problems);
+  for (const ParamProblem& p : problems) {
+    if (p.kind != ParamProblem::Kind::NotInIni)
+      return fail(c, FBC_ERR_VALUE, where + paramProblemText(p));
+  }
+  copyRegisters(scratch, c->codec);
+  return FBC_OK;
+}
+
 int loadParams(fbc_codec* c, const std::string& path) {
   struct stat st;
   if (::stat(path.c_str(), &st) != 0)
     return fail(c, FBC_ERR_FILE, path + ": cannot open: " + std::strerror(errno));
   if (!S_ISREG(st.st_mode)) return fail(c, FBC_ERR_FILE, path + ": not a regular file");
-  if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
+  std::string text;
+  {
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (f == nullptr) return fail(c, FBC_ERR_FILE, path + ": cannot open: " + std::strerror(errno));
+    char buffer[4096];
+    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) text.append(buffer, n);
+    const bool bad = std::ferror(f) != 0;
+    const int readErrno = errno;
     std::fclose(f);
-  } else {
-    return fail(c, FBC_ERR_FILE, path + ": cannot open: " + std::strerror(errno));
+    if (bad) return fail(c, FBC_ERR_FILE, path + ": cannot read: " + std::strerror(readErrno));
   }
-  const fbc::TextProblem text = fbc::checkTextFile(path, INI_BUFFERSIZE - 1);
-  if (!text.reason.empty()) {
-    return fail(c, FBC_ERR_FILE, path + ":" + std::to_string(text.line) + ": " + text.reason);
+  fbc::TextProblem problem = fbc::checkText(text, INI_BUFFERSIZE - 1);
+  if (problem.reason.empty()) problem = fbc::checkIniStructure(text, allowedSections(text));
+  if (!problem.reason.empty()) {
+    return fail(c, FBC_ERR_FILE, path + ":" + std::to_string(problem.line) + ": " + problem.reason);
   }
-  IniFileIO ini(path);
+  IniFileIO ini = IniFileIO::fromText(path, text);
   if (!ini.isSectionExist(c->codec.getName().c_str())) {
     return fail(c, FBC_ERR_FILE, path + ": no section [" + c->codec.getName() + "] for the block");
   }
-  // Keys in the block's sections: each names a parameter and holds exactly its integers.
+  // Keys in the block's sections, in file order: each names a parameter and holds exactly its
+  // integers.
   std::vector<long long> values;
-  for (const auto& [section, keys] : ini.keys()) {
-    bool blockSection = false;
-    for (const Param& p : layout().params) blockSection = blockSection || p.section == section;
-    if (!blockSection) continue;
-    for (const std::string& key : keys) {
-      const Param* p = layout().find(key.c_str());
-      if (p == nullptr || p->section != section) {
-        return fail(c, FBC_ERR_KEY, path + ": unknown parameter \"" + section + "/" + key + "\"");
-      }
-      char raw[INI_BUFFERSIZE];
-      ini_gets(section.c_str(), key.c_str(), "", raw, sizeof raw, path.c_str());
-      if (const int rc = parseValue(c, *p, raw, values); rc != FBC_OK) {
-        c->error = path + ": " + c->error;
-        return rc;
-      }
+  std::string section;
+  bool blockSection = false;
+  for (const IniLineInfo& line : ini_lines(text)) {
+    if (line.kind == IniLineKind::Section) {
+      section = line.name;
+      blockSection = false;
+      for (const Param& p : layout().params) blockSection = blockSection || p.section == section;
+    }
+    if (line.kind != IniLineKind::Key || !blockSection) continue;
+    const std::string at = path + ":" + std::to_string(line.number) + ": ";
+    const Param* p = layout().find(line.name.c_str());
+    if (p == nullptr || p->section != section) {
+      return fail(c, FBC_ERR_KEY,
+                  at + "unknown parameter \"" + section + "/" + fbc::printable(line.name) + "\"");
+    }
+    std::string raw;
+    ini.getVariable(section.c_str(), line.name.c_str(), raw, "");
+    if (const int rc = parseValue(c, *p, raw.c_str(), values); rc != FBC_OK) {
+      c->error = at + c->error;
+      return rc;
     }
   }
-  // The block's own loader on a copy, which is kept only when it has nothing to say beyond
-  // keys the file leaves out.
-  Compression1x8 scratch("FBC", false);
-  copyRegisters(c->codec, scratch);
-  std::vector<std::string> messages;
-  TGlobalParam global;
-  scratch.init(ini, table(), global, messages);
-  for (const std::string& m : messages) {
-    if (m.find("\" in the INI file!") == std::string::npos)
-      return fail(c, FBC_ERR_VALUE, path + ": " + m);
-  }
-  copyRegisters(scratch, c->codec);
-  return FBC_OK;
+  return loadThroughBlock(c, ini, path + ": ");
 }
 
 // Limits for a frame call's buffers: `rowLength` elements per row at `stride` elements apart,
@@ -340,8 +383,11 @@ int fbc_set(fbc_codec* c, const char* key, const char* value) {
     if (p == nullptr) return fail(c, FBC_ERR_KEY, std::string("unknown parameter \"") + key + "\"");
     std::vector<long long> values;
     if (const int rc = parseValue(c, *p, value, values); rc != FBC_OK) return rc;
-    store(c->codec, *p, values);
-    return FBC_OK;
+    // The value goes through the reader of a parameter file: a one-key text.
+    std::string text;
+    ini_puts(p->section.c_str(), p->key.c_str(), value, IniText{&text});
+    IniFileIO ini = IniFileIO::fromText("fbc_set", std::move(text));
+    return loadThroughBlock(c, ini, "");
   });
 }
 

@@ -2,6 +2,7 @@
 #include "codec/FastCheck.h"
 
 #include <cstdio>
+#include <ostream>
 #include <utility>
 
 #include "codec/Compression1x8.h"
@@ -380,6 +381,17 @@ SelfTestResult runSelfTest(const SelfTestOptions& o, const std::vector<CodecVari
         }
     }
     return res;
+}
+
+bool printSelfTest(const SelfTestResult& r, std::ostream& out, std::ostream& err) {
+    if (!r.ok) {
+        out << std::flush;
+        err << r.report;
+        return false;
+    }
+    for (const std::string& c : r.checks) out << c << " ";
+    out << "agree with scalar on " << r.blocks << " blocks\n";
+    return true;
 }
 
 }  // namespace fbc

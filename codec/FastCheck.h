@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -26,5 +27,10 @@ struct SelfTestResult {
 // Checks every variant this CPU runs, or the ones given.
 SelfTestResult runSelfTest(const SelfTestOptions& options);
 SelfTestResult runSelfTest(const SelfTestOptions& options, const std::vector<CodecVariant>& variants);
+
+// What 'fbc selftest' prints of a run: at a mismatch the report on `err` (after flushing `out`,
+// so that the two keep their order on a terminal), else the checks run and the blocks compared on
+// `out`. Returns result.ok.
+bool printSelfTest(const SelfTestResult& result, std::ostream& out, std::ostream& err);
 
 }  // namespace fbc

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -17,6 +18,7 @@
 #include "tools/cli.h"
 #include "tools/codec_config.h"
 #include "tools/commands.h"
+#include "tools/compare.h"
 #include "tools/trace_out.h"
 
 namespace fbc::cli {
@@ -39,7 +41,8 @@ const CommandSpec kSpec{
     "blocks per file and per expected mode, and the first 10 positions.\n"
     "The width comes from --width, else from run.sh beside EXPECTED (as 'fbc random' writes it),\n"
     "else from the raw input when only one width fits it; registers from --params, else\n"
-    "params.ini beside EXPECTED, else the defaults; the Bayer layout from --cfa, else run.sh.",
+    "params.ini beside EXPECTED, else the defaults, read with the map of --registers, else the\n"
+    "one run.sh names, else the built-in map; the Bayer layout from --cfa, else run.sh.",
     {kOptWidth, kOptCfa, kOptParams, kOptRegisters},
     2,
     2};
@@ -194,6 +197,14 @@ int optionIn(const std::string& text, const char* option, int fallback) {
   return fallback;
 }
 
+// The register map run.sh passes to fbc golden ("--registers 'PATH'", quoted for the shell as
+// 'fbc random' writes it); empty when it passes none.
+std::string registersIn(const std::string& text) {
+  std::smatch m;
+  if (!std::regex_search(text, m, std::regex("--registers '((?:[^']|'\\\\'')*)'"))) return {};
+  return std::regex_replace(m[1].str(), std::regex("'\\\\''"), "'");
+}
+
 // Widths that fit a raw input of `bytes` bytes and a block-input file: every row of the raw
 // input appears in the file's lines, padded with zeros to whole blocks.
 int inferWidth(const std::vector<unsigned char>& raw, const TextFile& input) {
@@ -346,10 +357,9 @@ void describeFirst(std::ostream& o, Context& c, const Pair& p, const TextFile* t
 
 }  // namespace
 
-int runCompare(const Words& argv) {
-  Args args;
-  if (!parseArgs(kSpec, argv, args)) return kExitOk;
-  const std::string expected = args.positional()[0], actual = args.positional()[1];
+GoldenComparison compareGolden(const CompareSetup& setup) {
+  const std::string& expected = setup.expected;
+  const std::string& actual = setup.actual;
   for (const std::string& path : {expected, actual})
     if (!fs::exists(path)) inputError(path + ": no such file or directory");
   const bool dirs = fs::is_directory(expected);
@@ -358,7 +368,15 @@ int runCompare(const Words& argv) {
 
   std::vector<Pair> pairs;
   const fs::path home = dirs ? fs::path(expected) : fs::path(expected).parent_path();
-  if (dirs) {
+  if (dirs && !setup.names.empty()) {
+    for (const std::string& name : setup.names) {
+      Named n;
+      if (!nameKind(name, n))
+        inputError((fs::path(expected) / name).string() + ": not a golden file");
+      pairs.push_back({name, (fs::path(expected) / name).string(),
+                       (fs::path(actual) / name).string(), n.kind, n.frame});
+    }
+  } else if (dirs) {
     for (const auto& entry : fs::directory_iterator(expected)) {
       Named n;
       const std::string name = entry.path().filename().string();
@@ -386,15 +404,21 @@ int runCompare(const Words& argv) {
 
   Context c;
   const std::string runSh = fileText((home / "run.sh").string());
-  const RegisterMap regs(args);
-  std::string params = args.has("params") ? args.value("params") : std::string();
+  std::unique_ptr<RegisterMap> runShMap;
+  RegisterTable* regs = setup.registers;
+  if (regs == nullptr) {
+    const std::string map = registersIn(runSh);
+    runShMap = std::make_unique<RegisterMap>(map.empty() ? nullptr : &map);
+    regs = &runShMap->table();
+  }
+  std::string params = setup.params;
   if (params.empty() && fs::is_regular_file(home / "params.ini"))
     params = (home / "params.ini").string();
-  loadRegisters(c.codec, regs.table(), params, {});
+  loadRegisters(c.codec, *regs, params, {});
   if (!params.empty()) c.regsFrom = params;
-  c.cfa = args.has("cfa") ? cfaOption(args) : optionIn(runSh, "--cfa", 0) & 3;
-  if (args.has("width")) {
-    c.width = static_cast<int>(args.integer("width", 1, kMaxSide, 0));
+  c.cfa = setup.cfa >= 0 ? setup.cfa : optionIn(runSh, "--cfa", 0) & 3;
+  if (setup.width > 0) {
+    c.width = setup.width;
   } else if (const int w = optionIn(runSh, "--width", 0); w > 0) {
     c.width = w;
   }
@@ -488,19 +512,40 @@ int runCompare(const Words& argv) {
       summary << (i ? ", " : " ") << position(c, p.kind, diffs[i].line);
     summary << '\n';
   }
-  if (differingFiles == 0) {
-    std::cout << "identical: " << pairs.size() << " file" << (pairs.size() == 1 ? "" : "s") << '\n';
-    flushStandardOutput();
-    return kExitOk;
+  GoldenComparison result;
+  result.files = pairs.size();
+  result.differingFiles = differingFiles;
+  if (differingFiles == 0) return result;
+  std::ostringstream report;
+  report << out.str() << "summary: " << differingFiles << " of " << pairs.size() << " file"
+         << (pairs.size() == 1 ? "" : "s") << " differ"
+         << (c.width ? " (width " + std::to_string(c.width) + ")"
+                     : " (width unknown: give --width)")
+         << '\n'
+         << summary.str();
+  result.report = report.str();
+  return result;
+}
+
+int runCompare(const Words& argv) {
+  Args args;
+  if (!parseArgs(kSpec, argv, args)) return kExitOk;
+  CompareSetup setup;
+  setup.expected = args.positional()[0];
+  setup.actual = args.positional()[1];
+  if (args.has("width")) setup.width = static_cast<int>(args.integer("width", 1, kMaxSide, 0));
+  if (args.has("cfa")) setup.cfa = cfaOption(args);
+  if (args.has("params")) setup.params = args.value("params");
+  const RegisterMap regs(args);
+  if (args.has("registers")) setup.registers = &regs.table();
+  const GoldenComparison r = compareGolden(setup);
+  if (r.differingFiles == 0) {
+    std::cout << "identical: " << r.files << " file" << (r.files == 1 ? "" : "s") << '\n';
+  } else {
+    std::cout << r.report;
   }
-  std::cout << out.str() << "summary: " << differingFiles << " of " << pairs.size() << " file"
-            << (pairs.size() == 1 ? "" : "s") << " differ"
-            << (c.width ? " (width " + std::to_string(c.width) + ")"
-                        : " (width unknown: give --width)")
-            << '\n'
-            << summary.str();
   flushStandardOutput();
-  return kExitFailure;
+  return r.differingFiles == 0 ? kExitOk : kExitFailure;
 }
 
 }  // namespace fbc::cli

@@ -21,6 +21,7 @@
 #include "config/IniAccess.h"
 #include "tools/cli.h"
 #include "tools/commands.h"
+#include "tools/compare.h"
 #include "tools/coverage_file.h"
 
 namespace fbc::cli {
@@ -46,10 +47,12 @@ const CommandSpec kCheckSpec{
     "random check",
     "DIR [--fbc-like CMD]",
     "Re-runs every test's run.sh into a scratch folder and compares what it writes with the\n"
-    "test's golden files, byte for byte. CMD is the program run.sh runs as FBC: another\n"
-    "implementation with the interface of 'fbc golden' (default: this fbc).\n"
-    "Exit status 0 when every test is identical, 1 when any differs (each difference listed),\n"
-    "2 for bad input.",
+    "test's golden files as 'fbc compare' does: for each differing test its first difference\n"
+    "(file, line, block, fields, the expected block's trace) and which files differ; golden\n"
+    "files not written again, or written but not in the test, are differences too. Then the\n"
+    "count and the names of the differing tests. CMD is the program run.sh runs as FBC:\n"
+    "another implementation with the interface of 'fbc golden' (default: this fbc).\n"
+    "Exit status 0 when every test is identical, 1 when any differs, 2 for bad input.",
     {{"fbc-like", "CMD", "the tool run.sh runs (a path, or a name on the PATH)"}},
     1,
     1};
@@ -284,12 +287,13 @@ int runRandomCheck(const Words& argv) {
     for (const char* name : {"/run.sh", "/params.ini", "/input.raw"}) checkInputFile(t.path + name);
   }
 
-  int differing = 0;
+  std::vector<std::string> differing;
   for (const TestDir& t : tests) {
     const ScratchDir scratch;
     const std::string out = scratch.file("out");
     const std::string log = scratch.file("log");
     std::vector<std::string> problems;
+    std::string compared;  // the comparison's report when any file differs
     const int status = runTestScript(fs::absolute(t.path + "/run.sh").string(), out, fbc, log);
     if (status != 0) {
       problems.push_back("run.sh exited with status " + std::to_string(status) + ": " +
@@ -298,31 +302,52 @@ int runRandomCheck(const Words& argv) {
       const std::set<std::string> golden = goldenFiles(t.path);
       const std::set<std::string> rerun =
           fs::is_directory(out) ? goldenFiles(out) : std::set<std::string>();
+      CompareSetup setup;
+      setup.expected = t.path;
+      setup.actual = out;
       for (const std::string& name : golden) {
         if (rerun.count(name) == 0) {
           problems.push_back(name + " not written");
-          continue;
-        }
-        const std::string a = readText(t.path + "/" + name), b = readText(out + "/" + name);
-        if (a != b) {
-          std::size_t at = 0;
-          while (at < a.size() && at < b.size() && a[at] == b[at]) ++at;
-          problems.push_back(name + " differs from byte " + std::to_string(at) + " (sizes " +
-                             std::to_string(a.size()) + " and " + std::to_string(b.size()) + ")");
+        } else {
+          setup.names.push_back(name);
         }
       }
       for (const std::string& name : rerun) {
         if (golden.count(name) == 0)
           problems.push_back(name + " written, but the test has no such file");
       }
+      if (!setup.names.empty()) {
+        // A file the comparison cannot read (a malformed line written again) is this test's
+        // difference, not bad input to the check.
+        try {
+          const GoldenComparison c = compareGolden(setup);
+          if (c.differingFiles != 0) compared = c.report;
+        } catch (const Error& e) {
+          problems.push_back(e.what());
+        }
+      }
     }
     for (const std::string& p : problems) std::cout << t.name << ": " << p << '\n';
-    differing += problems.empty() ? 0 : 1;
+    if (!compared.empty()) {
+      // The comparison's report, its first line after the test's name, the rest indented.
+      std::istringstream lines(compared);
+      std::string line;
+      for (bool first = true; std::getline(lines, line); first = false)
+        std::cout << (first ? t.name + ": " : std::string("  ")) << line << '\n';
+    }
+    if (!problems.empty() || !compared.empty()) differing.push_back(t.name);
   }
   const int n = static_cast<int>(tests.size());
-  std::cout << n << " test" << (n == 1 ? "" : "s") << " checked: " << n - differing
-            << " identical, " << differing << " differ\n";
-  return differing == 0 ? kExitOk : kExitFailure;
+  const int d = static_cast<int>(differing.size());
+  std::cout << n << " test" << (n == 1 ? "" : "s") << " checked: " << n - d << " identical, " << d
+            << " differ\n";
+  if (d != 0) {
+    std::cout << "differing:";
+    for (std::size_t k = 0; k < differing.size(); ++k)
+      std::cout << (k ? ", " : " ") << differing[k];
+    std::cout << '\n';
+  }
+  return d == 0 ? kExitOk : kExitFailure;
 }
 
 }  // namespace fbc::cli

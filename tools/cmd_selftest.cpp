@@ -40,14 +40,7 @@ int runSelftest(const Words& argv) {
     std::cout << "seed 0x" << std::hex << o.seed << std::dec << ", " << o.count << " register sets per check\n";
     const SelfTestResult r = runSelfTest(o);
     if (r.checks.empty()) usageError("--filter: no check matches '" + o.filter + "' on this CPU");
-    if (!r.ok) {
-        std::cout << std::flush;
-        std::cerr << r.report;
-        return kExitFailure;
-    }
-    for (const std::string& c : r.checks) std::cout << c << " ";
-    std::cout << "agree with scalar on " << r.blocks << " blocks\n";
-    return kExitOk;
+    return printSelfTest(r, std::cout, std::cerr) ? kExitOk : kExitFailure;
 }
 
 }  // namespace fbc::cli

@@ -181,9 +181,12 @@ RegisterTable& builtinRegisters() {
   return table;
 }
 
-RegisterMap::RegisterMap(const Args& args) : table_(&builtinRegisters()) {
-  if (!args.has("registers")) return;
-  const std::string& path = args.value("registers");
+RegisterMap::RegisterMap(const Args& args)
+    : RegisterMap(args.has("registers") ? &args.value("registers") : nullptr) {}
+
+RegisterMap::RegisterMap(const std::string* file) : table_(&builtinRegisters()) {
+  if (file == nullptr) return;
+  const std::string& path = *file;
   checkInputFile(path);
   const TextProblem text = checkTextFile(path, 0);
   if (!text.reason.empty()) inputError(path + ":" + std::to_string(text.line) + ": " + text.reason);

@@ -27,6 +27,8 @@ RegisterTable& builtinRegisters();
 class RegisterMap {
  public:
   explicit RegisterMap(const Args& args);
+  // The map file at *path, or the built-in map when `path` is null.
+  explicit RegisterMap(const std::string* path);
   ~RegisterMap();
   RegisterMap(const RegisterMap&) = delete;
   RegisterMap& operator=(const RegisterMap&) = delete;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <sstream>
 #include <vector>
 
 #include "codec/Compression1x8.h"
@@ -268,6 +269,10 @@ TEST(FastPathChecker, CatchesSkippedPixelsAndWritesOutsideTheRow) {
         const fbc::SelfTestResult r = fbc::runSelfTest(o, {faulty});
         EXPECT_FALSE(r.ok) << f.report;
         EXPECT_NE(r.report.find(f.report), std::string::npos) << r.report;
+        std::ostringstream out, err;
+        EXPECT_FALSE(fbc::printSelfTest(r, out, err));
+        EXPECT_EQ(err.str(), r.report);  // the mismatch on the error stream, nothing on the output
+        EXPECT_EQ(out.str(), "");
     }
 }
 

@@ -240,10 +240,16 @@ TEST(RandomCheck, ListsEveryDifference) {
   std::filesystem::remove(dir.file("t/test_0000/fbc_com_input_0000.raw"));
   r = runFbc(dir, "random check t");
   EXPECT_EQ(r.status, 1) << r.err;
-  EXPECT_EQ(r.out, "test_0000: fbc_com_input_0000.raw written, but the test has no such file\n"
-                   "test_0001: fbc_golden_ref_dec_0000.txt differs from byte 5 (sizes " +
-                       std::to_string(dec.size()) + " and " + std::to_string(dec.size()) + ")\n"
-                   "2 tests checked: 0 identical, 2 differ\n");
+  // The flipped bit is the lowest of sample 6 of the first word: 0xff1 written, 0xff0 again.
+  EXPECT_EQ(r.out.rfind("test_0000: fbc_com_input_0000.raw written, but the test has no such file\n"
+                        "test_0001: first difference: fbc_golden_ref_dec_0000.txt, line 1, x=0 y=0 (decoded pixels, frame 0)\n"
+                        "    differing 12-bit samples of the word: sample 6 (expected 0xff1, actual 0xff0)\n"
+                        "  trace of the expected block (registers: t/test_0001/params.ini; cfa 2):\n", 0), 0u) << r.out;
+  EXPECT_NE(r.out.find("\n  summary: 1 of 5 files differ (width 9)\n"
+                       "    fbc_golden_ref_dec_0000.txt: 1 block differs (of 4 lines); by expected mode: Curve 1\n"
+                       "      first positions: x=0 y=0\n"
+                       "2 tests checked: 0 identical, 2 differ\n"
+                       "differing: test_0000, test_0001\n"), std::string::npos) << r.out;
   r = runFbc(dir, "random check t --fbc-like /bin/false");
   EXPECT_EQ(r.out.rfind("test_0000: run.sh exited with status 1: ", 0), 0u) << r.out;
   EXPECT_EQ(runFbc(dir, "random check t --fbc-like ./absent").status, 2);
