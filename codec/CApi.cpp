@@ -348,6 +348,7 @@ fbc_codec* fbc_clone(const fbc_codec* c) {
     fbc_codec* copy = new fbc_codec;
     copyRegisters(c->codec, copy->codec);
     copy->frameIndex = c->frameIndex;
+    copy->codec.Threads = c->codec.Threads;
     return copy;
   } catch (const std::bad_alloc&) {
     return nullptr;
@@ -482,6 +483,14 @@ int64_t fbc_register_address(size_t index) {
   return it->first;
 }
 
+int fbc_set_threads(fbc_codec* c, int threads) {
+  if (c == nullptr) return FBC_ERR_NULL;
+  if (threads < 1 || threads > 1024)
+    return fail(c, FBC_ERR_VALUE, "thread count " + std::to_string(threads) + " is not in [1, 1024]");
+  c->codec.Threads = threads;
+  return FBC_OK;
+}
+
 int fbc_set_frame_index(fbc_codec* c, int32_t frame_index) {
   if (c == nullptr) return FBC_ERR_NULL;
   c->frameIndex = frame_index;
@@ -555,19 +564,21 @@ int fbc_encode_frame(fbc_codec* c, const uint16_t* pixels, ptrdiff_t pixel_strid
     }
   }
   return guarded(c, [&] {
-    std::vector<int> row(static_cast<std::size_t>(width));
-    std::vector<BlockCode> blocks(static_cast<std::size_t>(padded / 8));
     c->codec.startFrame(width, frame_index);
-    fbc::FastEncoder encoder(c->codec, fbc::activeVariant());
-    for (int y = 0; y < height; ++y) {
-      const uint16_t* src = pixels + y * pixel_stride;
-      for (int x = 0; x < width; ++x) row[static_cast<std::size_t>(x)] = src[x];
-      encoder.encodeRow(row.data(), width, Compression1x8::rowParity(y, cfa), blocks.data());
-      uint8_t* dst = codes + y * code_stride;
-      for (std::size_t b = 0; b < blocks.size(); ++b)
-        for (int k = 0; k < 8; ++k)
-          dst[8 * b + static_cast<std::size_t>(k)] = static_cast<uint8_t>(blocks[b] >> (8 * k));
-    }
+    c->codec.splitRows(height, [&](Compression1x8& codec, int begin, int end) {
+      std::vector<int> row(static_cast<std::size_t>(width));
+      std::vector<BlockCode> blocks(static_cast<std::size_t>(padded / 8));
+      fbc::FastEncoder encoder(codec, fbc::activeVariant());
+      for (int y = begin; y < end; ++y) {
+        const uint16_t* src = pixels + y * pixel_stride;
+        for (int x = 0; x < width; ++x) row[static_cast<std::size_t>(x)] = src[x];
+        encoder.encodeRow(row.data(), width, Compression1x8::rowParity(y, cfa), blocks.data());
+        uint8_t* dst = codes + y * code_stride;
+        for (std::size_t b = 0; b < blocks.size(); ++b)
+          for (int k = 0; k < 8; ++k)
+            dst[8 * b + static_cast<std::size_t>(k)] = static_cast<uint8_t>(blocks[b] >> (8 * k));
+      }
+    });
     return FBC_OK;
   });
 }
@@ -586,13 +597,15 @@ int fbc_decode_frame(const fbc_codec* c, const uint8_t* codes, ptrdiff_t code_st
   }
   if (width == 0 || height == 0) return FBC_OK;
   return guarded(c, [&] {
-    fbc::FastDecoder decoder(c->codec, fbc::activeVariant());
-    for (int y = 0; y < height; ++y) {
-      // The decoder writes pixels as the host entry returns them, shifted left by 4.
-      uint16_t* dst = pixels + y * pixel_stride;
-      decoder.decodeRow(codes + y * code_stride, width, dst);
-      for (int x = 0; x < width; ++x) dst[x] = static_cast<uint16_t>(dst[x] >> 4);
-    }
+    c->codec.splitRows(height, [&](Compression1x8& codec, int begin, int end) {
+      fbc::FastDecoder decoder(codec, fbc::activeVariant());
+      for (int y = begin; y < end; ++y) {
+        // The decoder writes pixels as the host entry returns them, shifted left by 4.
+        uint16_t* dst = pixels + y * pixel_stride;
+        decoder.decodeRow(codes + y * code_stride, width, dst);
+        for (int x = 0; x < width; ++x) dst[x] = static_cast<uint16_t>(dst[x] >> 4);
+      }
+    });
     return FBC_OK;
   });
 }

@@ -2,6 +2,7 @@
 #include "codec/Compression1x8.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 #include "image/Frame.h"
@@ -69,6 +70,20 @@ Compression1x8::Compression1x8(const std::string& name, bool noExecute_) : IPBas
     bindInts(reg_uncomp_lut_out, "reg_comp_lut_in", 15);
     bindInts(reg_uncomp_lut_slope, "reg_uncomp_lut_slope", 16);
     bindInts(&sw_dpcm_swing_en, "sw_dpcm_swing_en", 1);
+}
+
+Compression1x8::Compression1x8(const Compression1x8& other) : Compression1x8(other.m_name, other.noExecute) {
+    m_instanceName = other.m_instanceName;
+    // Every bound register sits at the same offset in both objects.
+    const char* from = reinterpret_cast<const char*>(&other);
+    char* to = reinterpret_cast<char*>(this);
+    for (const auto& [var, info] : other.bindings()) {
+        const int element = info.size == 1 || info.size == 2 ? info.size : 4;
+        std::memcpy(to + (static_cast<const char*>(var) - from), var, static_cast<std::size_t>(element) * info.count);
+    }
+    SwingRowSelect = other.SwingRowSelect;
+    FrameWidth = other.FrameWidth;
+    Threads = other.Threads;
 }
 
 int Compression1x8::setSWinit() {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,11 @@ struct ErrorTally {
 class Compression1x8 : public IPBase {
 public:
     Compression1x8(const std::string& name, bool noExecute);
+    // A second codec for the same frames: the same registers, frame state and thread count,
+    // its own per-block working state, no instrumentation and no parameter snapshots. The
+    // frame drivers give one to each thread that codes a share of the rows.
+    Compression1x8(const Compression1x8& other);
+    Compression1x8& operator=(const Compression1x8&) = delete;
     ~Compression1x8() override = default;
 
     // --- block interface --------------------------------------------------------------------
@@ -159,6 +165,20 @@ public:
     // Decodes rows [rowBegin, rowEnd) of such a buffer; the whole-buffer call is one range.
     void decompressRows(const unsigned char* in, unsigned short* out, int width, int rowBegin,
                         int rowEnd);
+    // Runs work(codec, rowBegin, rowEnd) over runs of rows covering [0, rows) once, on at most
+    // Threads threads and one per row: the caller's thread with this codec, every other thread
+    // with a copy of it, each taking the next run when done with one. An instrumented codec
+    // keeps every row on the caller's thread. Returns once all are done; the first exception
+    // of any run is rethrown.
+    void splitRows(int rows, const std::function<void(Compression1x8&, int, int)>& work);
+    // The compression driver on 16-bit samples, without golden files: `height` rows of `width`
+    // samples at `in` into rows of (width + 7) & ~7 code bytes at `out`, each block's code
+    // little-endian, exactly the bytes CompressFrame stores in its output frame.
+    void CompressFrame(const unsigned short* in, unsigned char* out, int width, int height, int cfa,
+                       int frameIndex);
+    // The decompressor on rows `inStride` bytes apart (at least the width rounded up to 8):
+    // `height` rows of `width` pixels, 12-bit values shifted left by 4, at `out`.
+    void DecompressFrame(const unsigned char* in, int inStride, unsigned short* out, int width, int height);
 
     // The lowest set bit of v among bits 0..6 (0 when none): log2 of the step sizes 1..64.
     static int log2(int v);
@@ -201,6 +221,10 @@ public:
 
     // --- software switches ------------------------------------------------------------------
     bool noExecute = false;
+    // Threads the frame drivers split a frame's rows among, each with its own copy of the codec;
+    // every count gives the same bytes. 1 (the default) codes on the caller's thread and starts
+    // none; the instrumented and golden-file paths always run on the caller's thread.
+    int Threads = 1;
     int SwingRowSelect = 0;  // DPCM rounder row, set once per frame by CompressFrame
     int SelectedMode = 0;
     int FrameWidth = 0;

@@ -1,12 +1,14 @@
 // Seeded comparison of every fast-path variant with the scalar reference.
 #include "codec/FastCheck.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ostream>
 #include <utility>
 
 #include "codec/Compression1x8.h"
 #include "codec/FastCodec.h"
+#include "image/Frame.h"
 
 namespace fbc {
 
@@ -267,6 +269,101 @@ std::string checkByteMoves(const CodecVariant& v, const SelfTestOptions& o) {
     return "";
 }
 
+// The frame drivers with a frame's rows split among threads, against the reference block by
+// block: frames of odd sizes, as many threads as rows and more, through every frame entry (32-bit
+// frames, 16-bit samples, code bytes with the row stride of the compressed frame and of the raw
+// decoder), on whichever path the drivers take (the vector variant, or the reference itself under
+// FBC_FORCE_SCALAR).
+std::string checkThreadedFrames(const SelfTestOptions& o, long long& blocks) {
+    const long long cases = std::max(1LL, o.count / 20);
+    for (long long cs = 0; cs < cases; ++cs) {
+        Rng g(o.seed ^ (0xA0761D6478BD642FULL * static_cast<std::uint64_t>(cs + 1)));
+        Compression1x8 codec("FBC", false);
+        randomRegisters(g, codec);
+        codec.Enable = 1;
+        const int width = g.range(1, 70), height = g.range(1, 9), cfa = g.range(0, 3), frameIndex = g.range(0, 3);
+        codec.Threads = g.range(2, height + 3);
+        const int padded = (width + 7) & ~7;
+        const std::size_t pixels = static_cast<std::size_t>(width) * height, bytes = static_cast<std::size_t>(padded) * height;
+        char at[128];
+        std::snprintf(at, sizeof at, "case %lld, %dx%d, %d threads, cfa %d, frame %d: ", cs, width, height, codec.Threads,
+                      cfa, frameIndex);
+        const auto differs = [&](const char* entry, std::size_t i, int stride) {
+            return std::string(at) + entry + " differs at (" + std::to_string(i % static_cast<std::size_t>(stride)) +
+                   ", " + std::to_string(i / static_cast<std::size_t>(stride)) + "); registers differing from defaults: " +
+                   registersDifferingFromDefaults(codec);
+        };
+
+        Frame in(width, height, Frame::CS_RAW, 12);
+        std::vector<unsigned short> in16(pixels);
+        std::vector<int> rows(bytes, 0);  // zero-padded rows, as the reference codes them
+        const bool calm = g.chance(4);
+        for (int y = 0; y < height; ++y) {
+            int* row = &rows[static_cast<std::size_t>(y) * padded];
+            for (int x = 0; x < padded; x += 8) randomBlock(g, row + x, calm);
+            for (int x = 0; x < padded; ++x) {
+                if (x >= width) {
+                    row[x] = 0;
+                    continue;
+                }
+                in.data[static_cast<std::size_t>(y) * width + x] = row[x];
+                in16[static_cast<std::size_t>(y) * width + x] = static_cast<unsigned short>(row[x]);
+            }
+        }
+        Compression1x8 ref(codec);
+        ref.Threads = 1;
+        ref.startFrame(width, frameIndex);
+        std::vector<unsigned char> want(bytes);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < padded; x += 8) {
+                const std::size_t i = static_cast<std::size_t>(y) * padded + x;
+                storeCode(ref.encodeBlock(&rows[i], Compression1x8::rowParity(y, cfa)), &want[i]);
+            }
+        Frame out(Frame::CS_RAW, CFA_RGGB, 8);
+        codec.allocateCompressedFrame(width, height, out);
+        codec.CompressFrame(in, out, cfa, frameIndex);
+        std::vector<unsigned char> got(bytes);
+        codec.CompressFrame(in16.data(), got.data(), width, height, cfa, frameIndex);
+        for (std::size_t i = 0; i < bytes; ++i) {
+            if (out.data[i] != want[i]) return differs("encode (frame)", i, padded);
+            if (got[i] != want[i]) return differs("encode (16-bit samples)", i, padded);
+        }
+
+        // Decoding: the codes just made with arbitrary ones among them.
+        for (std::size_t i = 0; i < bytes; i += 8)
+            if (g.chance(3)) storeCode(randomCode(g), &want[i]);
+        const auto decodeAt = [&](const unsigned char* codes, std::size_t stride, std::vector<unsigned short>& px) {
+            px.assign(pixels, 0);
+            for (int y = 0; y < height; ++y)
+                for (int x = 0; x < width; x += 8) {
+                    int p[8];
+                    ref.decodeBlock(loadCode(codes + y * stride + x), p);
+                    for (int k = 0; k < 8 && x + k < width; ++k)
+                        px[static_cast<std::size_t>(y) * width + x + k] = static_cast<unsigned short>(p[k] << 4);
+                }
+        };
+        std::vector<unsigned short> wantPx, gotPx(pixels);
+        decodeAt(want.data(), static_cast<std::size_t>(padded), wantPx);
+        Frame coded(padded, height, Frame::CS_RAW, 8), decoded(width, height, Frame::CS_RAW, 16);
+        for (std::size_t i = 0; i < bytes; ++i) coded.data[i] = want[i];
+        codec.DecompressFrame(coded, decoded, 0);
+        codec.DecompressFrame(want.data(), padded, gotPx.data(), width, height);
+        for (std::size_t i = 0; i < pixels; ++i) {
+            if (decoded.data[i] != wantPx[i]) return differs("decode (frame)", i, width);
+            if (gotPx[i] != wantPx[i]) return differs("decode (16-bit, rows of the compressed frame)", i, width);
+        }
+        // The raw decoder's rows are `width` bytes apart, the last block reading on into the next.
+        std::vector<unsigned char> raw(pixels + 7);
+        for (std::size_t i = 0; i < raw.size(); ++i) raw[i] = static_cast<unsigned char>(g.below(256));
+        decodeAt(raw.data(), static_cast<std::size_t>(width), wantPx);
+        codec.DecompressFrame(raw.data(), gotPx.data(), width, height, 0);
+        for (std::size_t i = 0; i < pixels; ++i)
+            if (gotPx[i] != wantPx[i]) return differs("decode (raw rows)", i, width);
+        blocks += static_cast<long long>(padded / 8) * height;
+    }
+    return "";
+}
+
 }  // namespace
 
 SelfTestResult runSelfTest(const SelfTestOptions& o) { return runSelfTest(o, supportedVariants()); }
@@ -378,6 +475,16 @@ SelfTestResult runSelfTest(const SelfTestOptions& o, const std::vector<CodecVari
                 }
                 res.blocks += blocks;
             }
+        }
+    }
+    const CodecVariant* active = activeVariant();
+    const std::string threads = std::string("threads[") + (active ? active->name : "scalar") + "]";
+    if (wanted(threads)) {
+        res.checks.push_back(threads);
+        const std::string r = checkThreadedFrames(o, res.blocks);
+        if (!r.empty()) {
+            res.ok = false;
+            res.report = threads + " differs from one thread: seed 0x" + hexSeed(o.seed) + ", " + r + "\n";
         }
     }
     return res;

@@ -31,6 +31,8 @@ std::vector<CodecVariant> detectVariants() {
     if (__builtin_cpu_supports("avx2")) v.push_back(FBC_VARIANT("avx2", Avx2));
 #endif
     v.push_back(FBC_VARIANT("sse2", Sse2));
+#elif defined(FBC_HAVE_NEON_KERNELS)
+    v.push_back(FBC_VARIANT("neon", Neon));
 #endif
     return v;
 }

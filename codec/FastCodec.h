@@ -1,5 +1,5 @@
-// The codec's fast path: whole rows of blocks through the vector kernels of codec/x86, chosen
-// once from the CPU's features, with every register resolved into tables once per frame.
+// The codec's fast path: whole rows of blocks through the vector kernels of codec/x86 (x86-64
+// and aarch64), chosen once from the CPU's features, with every register resolved into tables once per frame.
 // Results are bit-identical to Compression1x8's scalar reference, which stays the definition;
 // FBC_FORCE_SCALAR=1 in the environment makes the frame drivers use the reference instead.
 #pragma once
@@ -16,7 +16,7 @@ namespace fbc {
 
 // One implementation of the row kernels.
 struct CodecVariant {
-    const char* name;  // "sse2", "avx2", "avx512"
+    const char* name;  // "sse2", "avx2", "avx512"; "neon" on aarch64
     x86::EncodeRowFn encodeRow;
     x86::DecodeRowFn decodeRow;
     x86::DecodeRow32Fn decodeRow32;

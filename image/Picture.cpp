@@ -71,17 +71,9 @@ bool loadRaw(const std::string& path, const PictureOptions& options, Frame& fram
   std::vector<std::uint16_t> samples;
   const int mode = options.rawMode == kRawPlain16 ? 3 : options.rawMode;
   if (!parseRAW(path, options.width, options.height, mode, samples, error)) return false;
+  if (!checkPlainSamples(path, samples.data(), options.width, samples.size(), error)) return false;
   Frame f(options.width, options.height, Frame::CS_RAW, kToolDepth, static_cast<CFA_TYPE_HW>(options.cfa));
-  for (std::size_t i = 0; i < samples.size(); ++i) {
-    if (samples[i] > kToolMax) {
-      const std::size_t x = i % static_cast<std::size_t>(options.width);
-      const std::size_t y = i / static_cast<std::size_t>(options.width);
-      error = path + ": sample " + std::to_string(samples[i]) + " at pixel (" + std::to_string(x) + ", " +
-              std::to_string(y) + ") is above " + std::to_string(kToolMax);
-      return false;
-    }
-    f.data[i] = samples[i];
-  }
+  for (std::size_t i = 0; i < samples.size(); ++i) f.data[i] = samples[i];
   frame = std::move(f);
   return true;
 }
@@ -119,6 +111,23 @@ bool checkRgb(const std::string& path, const RgbImage& image, std::string& error
 }
 
 }  // namespace
+
+bool checkPlainSamples(const std::string& path, const std::uint16_t* samples, int width, std::size_t count,
+                       std::string& error) {
+  std::uint16_t high = 0;
+  for (std::size_t i = 0; i < count; ++i) high |= samples[i];
+  if (high <= kToolMax) return true;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (samples[i] > kToolMax) {
+      const std::size_t x = i % static_cast<std::size_t>(width);
+      const std::size_t y = i / static_cast<std::size_t>(width);
+      error = path + ": sample " + std::to_string(samples[i]) + " at pixel (" + std::to_string(x) + ", " +
+              std::to_string(y) + ") is above " + std::to_string(kToolMax);
+      return false;
+    }
+  }
+  return true;
+}
 
 bool loadPicture(const std::string& path, const PictureOptions& options, Frame& frame,
                  std::string& error) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -27,6 +28,11 @@ struct PictureOptions {
 //   .raw  options.width x options.height words in options.rawMode
 bool loadPicture(const std::string& path, const PictureOptions& options, Frame& frame,
                  std::string& error);
+
+// Plain raw samples of a picture `width` wide: true when all are 0..4095, else false with the
+// message naming the first sample above, in raster order, and its pixel.
+bool checkPlainSamples(const std::string& path, const std::uint16_t* samples, int width, std::size_t count,
+                       std::string& error);
 
 // Three values per pixel (R, G, B), row-major.
 struct RgbImage {

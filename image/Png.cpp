@@ -1,6 +1,8 @@
 #include "image/Png.h"
 
+#if FBC_HAVE_LIBPNG
 #include <png.h>
+#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -8,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <stdexcept>
 
 #include "image/ParsePPM.h"
 
@@ -17,6 +20,7 @@ namespace {
 
 constexpr int kToolDepth = 12;
 
+#if FBC_HAVE_LIBPNG
 // libpng reports through callbacks; an error must not return to it, so the callback keeps the
 // message and jumps back to the setjmp of the call that started the work. Everything the jump
 // crosses is libpng's C code: no C++ object is skipped.
@@ -107,6 +111,7 @@ bool writeAll(WriteJob* job) {
   png_write_end(job->png, nullptr);
   return true;
 }
+#endif
 
 // Bits b of a maxval 2^b - 1, or 0 when maxval is no such number.
 int bitsOfMaxval(int maxval) {
@@ -160,6 +165,20 @@ bool loadPng(const std::string& path, int cfa, Frame& frame, std::string& error)
 
 }  // namespace
 
+#if !FBC_HAVE_LIBPNG
+// A build without libpng (a cross build for a target without it): every PNG read or write is
+// refused with one line.
+constexpr const char* kNoPng = "PNG pictures need libpng, which this build of fbc was made without";
+
+bool readPng(const std::string& path, PngImage&, std::string& error) {
+  error = path + ": " + kNoPng;
+  return false;
+}
+
+bool isColourPng(const std::string&) { return false; }
+
+std::string pngBytes(const PngImage&, int) { throw std::runtime_error(kNoPng); }
+#else
 bool readPng(const std::string& path, PngImage& image, std::string& error) {
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) {
@@ -256,6 +275,7 @@ std::string pngBytes(const PngImage& image, int significantBits) {
   if (!ok) throw std::bad_alloc();
   return out;
 }
+#endif
 
 std::string pngGreyBytes(const Frame& frame, int maxval) {
   return widenedBytes(frame.width, frame.height, 1, frame.data, maxval);

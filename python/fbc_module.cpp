@@ -168,6 +168,14 @@ class Codec {
     return pixels;
   }
 
+  int threads() const { return threads_; }
+  void setThreads(const py::handle& n) {
+    const int v = static_cast<int>(integerArg(n, "threads", 1, 1024));
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (const int rc = fbc_set_threads(codec_.get(), v); rc != FBC_OK) raise(codec_.get(), rc, "threads");
+    threads_ = v;
+  }
+
   std::uint64_t encodeBlock(const py::handle& px8, int parity, long long frameIndex) {
     std::uint16_t pixels[8];
     readBlock(px8, pixels);
@@ -291,6 +299,7 @@ class Codec {
 
   std::mutex mutex_;  // one call at a time: a codec object is used by one thread at a time
   std::unique_ptr<fbc_codec, void (*)(fbc_codec*)> codec_;
+  int threads_ = 1;
 };
 
 // The mode number of every block, told by its code's prefix (curve coding, chosen by a register,
@@ -344,6 +353,10 @@ PYBIND11_MODULE(fbc, m) {
            "block of a row of that parity in a frame of that index.")
       .def("decode_block", &Codec::decodeBlock, py::arg("code"),
            "A 64-bit code -> uint16[8] 12-bit pixels.")
+      .def_property("threads", &Codec::threads, &Codec::setThreads,
+                    "Threads encode and decode split a frame's rows among, 1..1024 (default 1); "
+                    "every count gives\n"
+                    "the same result.")
       .def_property_readonly("registers", &Codec::registers,
                              "Every parameter by key: an int, or a list for an array.")
       .def("write_register", &Codec::writeRegister, py::arg("address"), py::arg("value"),

@@ -1,8 +1,12 @@
 #include "tools/cli.h"
 
+#include <sched.h>
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <thread>
 
 #include "codec/Compression1x8.h"
 #include "image/Frame.h"
@@ -50,6 +55,20 @@ const OptionSpec kOptHeight{"height", "H", "image height in pixels, 1..65536 (at
 const OptionSpec kOptCfa{"cfa", "N", "Bayer layout 0..3 (0 RGGB, 1 GRBG, 2 BGGR, 3 GBRG), default 0"};
 const OptionSpec kOptFrameIndex{"frame-index", "N", "frame number, 0 or more, default 0"};
 const OptionSpec kOptRawMode{"raw-mode", "N", "packing 0..4 of a .raw input (see above); default plain samples"};
+
+const OptionSpec kOptThreads{"threads", "N", "threads coding the frame's rows, default: one per processor"};
+
+int defaultThreads() {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (::sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) > 0) return CPU_COUNT(&set);
+  const unsigned n = std::thread::hardware_concurrency();
+  return n > 0 ? static_cast<int>(std::min(n, 1024u)) : 1;
+}
+
+int threadsOption(const Args& args) {
+  return static_cast<int>(args.integer("threads", 1, 1024, std::min(defaultThreads(), 1024)));
+}
 
 int cfaOption(const Args& args) { return static_cast<int>(args.integer("cfa", 0, 3, 0)); }
 int frameIndexOption(const Args& args) {
@@ -221,6 +240,43 @@ std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expec
   in.seekg(0);
   if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) inputError(path + ": read error");
   return bytes;
+}
+
+InputMap::InputMap(const std::string& path, std::uint64_t expected, const std::string& layout) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) inputError(path + ": cannot open: " + systemError());
+  if (!S_ISREG(st.st_mode)) inputError(path + ": not a regular file");
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) inputError(path + ": cannot open: " + systemError());
+  struct Closer {
+    int fd;
+    ~Closer() { ::close(fd); }
+  } closer{fd};
+  if (::fstat(fd, &st) != 0) inputError(path + ": cannot read: " + systemError());
+  if (static_cast<std::uint64_t>(st.st_size) != expected) {
+    inputError(path + ": size " + std::to_string(st.st_size) + " bytes, expected " + std::to_string(expected) +
+               " (" + layout + ")");
+  }
+  size_ = static_cast<std::size_t>(expected);
+  if (size_ == 0) return;
+  void* at = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+  if (at != MAP_FAILED) {
+    data_ = static_cast<const unsigned char*>(at);
+    mapped_ = true;
+    return;
+  }
+  copy_.resize(size_);
+  for (std::size_t done = 0; done < size_;) {
+    const ssize_t n = ::read(fd, copy_.data() + done, size_ - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) inputError(path + ": read error" + (n < 0 ? ": " + systemError() : std::string()));
+    done += static_cast<std::size_t>(n);
+  }
+  data_ = copy_.data();
+}
+
+InputMap::~InputMap() {
+  if (mapped_) ::munmap(const_cast<unsigned char*>(data_), size_);
 }
 
 Output::Output(const std::string& path) : path_(path) {

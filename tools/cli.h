@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -101,6 +102,12 @@ extern const OptionSpec kOptCfa;
 extern const OptionSpec kOptFrameIndex;
 extern const OptionSpec kOptRawMode;
 
+extern const OptionSpec kOptThreads;
+// --threads: 1..1024 threads that split a frame's rows; by default one per processor the process
+// may run on (the same bytes come out for every count).
+int threadsOption(const Args& args);
+int defaultThreads();
+
 // --cfa: the Bayer layout 0..3 (0 when absent); --frame-index: 0 or more (0 when absent).
 int cfaOption(const Args& args);
 int frameIndexOption(const Args& args);
@@ -121,6 +128,32 @@ inline int paddedWidth(int width) { return (width + 7) & ~7; }
 // are and ends up in the error ("128 (8x8 samples of 2 bytes)").
 std::vector<unsigned char> readFile(const std::string& path, std::uint64_t expected,
                                     const std::string& layout);
+
+// The same file mapped read-only (read into memory where it cannot be mapped), for inputs that
+// are read once from start to end: nothing is copied out of the page cache.
+class InputMap {
+ public:
+  InputMap(const std::string& path, std::uint64_t expected, const std::string& layout);
+  ~InputMap();
+  InputMap(const InputMap&) = delete;
+  InputMap& operator=(const InputMap&) = delete;
+  const unsigned char* data() const { return data_; }
+  std::size_t size() const { return size_; }
+
+ private:
+  const unsigned char* data_ = nullptr;
+  std::size_t size_ = 0;
+  bool mapped_ = false;
+  std::vector<unsigned char> copy_;
+};
+
+// A buffer of `n` elements left uninitialised, for results about to be written over in full.
+template <class T>
+struct UninitBuffer {
+  explicit UninitBuffer(std::size_t n) : data(new T[n]), size(n) {}
+  std::unique_ptr<T[]> data;
+  std::size_t size;
+};
 
 // One output file of the tool through fbc::OutputFile (complete or absent, links followed,
 // devices written directly), its temporary file removed should a signal end the run; "-" is

@@ -1,6 +1,6 @@
-// fbc bench: single-thread throughput of encode, frame decode and the raw decoder behind the C
-// entry, on the demo chart tiled to the frame size and on a noise frame, against a plain copy of
-// the output.
+// fbc bench: throughput of encode, frame decode and the raw decoder behind the C entry on N
+// threads, on the demo chart tiled to the frame size and on a noise frame, against a plain copy of
+// the output on as many threads.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <thread>
 #include <vector>
 
 #include "codec/Compression1x8.h"
@@ -22,13 +23,14 @@ namespace {
 
 const CommandSpec kSpec{
     "bench",
-    "[--width W --height H] [--repeat N] [--json]",
-    "Times the codec on one thread: encode, frame decode, the raw decoder behind FBD_Execute\n"
-    "(its console lines excluded) and a plain copy of the same 16-bit output buffer, on the demo\n"
-    "chart tiled to W x H (default 3840x2160) and on a noise frame. Each path runs once to warm\n"
-    "up, then N times (default 20); the median is reported. --json prints one JSON object\n"
+    "[--width W --height H] [--repeat N] [--threads N] [--json]",
+    "Times the codec: encode, frame decode, the raw decoder behind FBD_Execute (its console\n"
+    "lines excluded) and a plain copy of the same 16-bit output buffer, on the demo chart tiled\n"
+    "to W x H (default 3840x2160) and on a noise frame, each with the rows split among --threads\n"
+    "threads (default one per processor; the copy is split the same way). Each path runs once to\n"
+    "warm up, then N times (default 20); the median is reported. --json prints one JSON object\n"
     "instead of the table.",
-    {kOptWidth, kOptHeight, {"repeat", "N", "timed runs per path, default 20"},
+    {kOptWidth, kOptHeight, {"repeat", "N", "timed runs per path, default 20"}, kOptThreads,
      {"json", nullptr, "one JSON object on standard output"}},
     0,
     0};
@@ -68,15 +70,30 @@ double medianSeconds(int repeat, Fn&& fn) {
   return t[t.size() / 2];
 }
 
+// Copies n values split into one contiguous part per thread, like the frame drivers' rows.
+void parallelCopy(unsigned short* to, const unsigned short* from, std::size_t n, int threads) {
+  const auto part = [&](int i) {
+    const std::size_t a = n * i / threads, b = n * (i + 1) / threads;
+    std::memcpy(to + a, from + a, (b - a) * sizeof(unsigned short));
+    // Keeps the copy from being optimised away.
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+  };
+  std::vector<std::thread> others;
+  for (int i = 1; i < threads; ++i) others.emplace_back(part, i);
+  part(0);
+  for (std::thread& t : others) t.join();
+}
+
 struct FrameTimes {
   double encode;
   double decode;
 };
 
-FrameTimes timeFrame(const Frame& in, int repeat, Frame& compressed) {
+FrameTimes timeFrame(const Frame& in, int repeat, int threads, Frame& compressed) {
   Compression1x8 codec("FBC", false);
   codec.setSWinit();
   codec.setEnable(true);
+  codec.Threads = threads;
   codec.allocateCompressedFrame(in.width, in.height, compressed);
   FrameTimes t{};
   t.encode = medianSeconds(repeat, [&] { codec.CompressFrame(in, compressed, 0, 0); });
@@ -94,12 +111,13 @@ int runBench(const Words& argv) {
   const int height = static_cast<int>(args.integer("height", 1, kMaxSide, 2160));
   if (static_cast<long long>(width) * height > kMaxPixels) usageError("--width x --height: too many pixels");
   const int repeat = static_cast<int>(args.integer("repeat", 1, 100000, 20));
+  const int threads = threadsOption(args);
   const bool json = args.has("json");
   const double mpix = static_cast<double>(width) * height / 1e6;
 
   Frame compressed(Frame::CS_RAW, CFA_RGGB, 8);
-  const FrameTimes noise = timeFrame(noiseFrame(width, height), repeat, compressed);
-  const FrameTimes mixed = timeFrame(chartFrame(width, height), repeat, compressed);
+  const FrameTimes noise = timeFrame(noiseFrame(width, height), repeat, threads, compressed);
+  const FrameTimes mixed = timeFrame(chartFrame(width, height), repeat, threads, compressed);
 
   // The host-facing buffer: rows of `width` code bytes (the compressed frame's rows cut to the
   // width) plus the 7 bytes the last block may read past the end.
@@ -115,12 +133,9 @@ int runBench(const Words& argv) {
   host.Enable = 1;
   host.m_dumpLevel = 0;
   host.setSWinit();
+  host.Threads = threads;
   const double fbd = medianSeconds(repeat, [&] { host.DecompressFrame(raw.data(), out.data(), width, height, 0); });
-  const double cp = medianSeconds(repeat, [&] {
-    std::memcpy(copy.data(), out.data(), pixels * sizeof(unsigned short));
-    // Keeps the copy from being optimised away.
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-  });
+  const double cp = medianSeconds(repeat, [&] { parallelCopy(copy.data(), out.data(), pixels, threads); });
   const double copyGbS = pixels * sizeof(unsigned short) / cp / 1e9;
 
   char line[512];
@@ -128,13 +143,14 @@ int runBench(const Words& argv) {
     std::snprintf(line, sizeof line,
                   "{\"width\": %d, \"height\": %d, \"encode_mpix_s\": %.1f, \"decode_mpix_s\": %.1f, "
                   "\"fbd_mpix_s\": %.1f, \"copy_gb_s\": %.2f, \"encode_noise_mpix_s\": %.1f, "
-                  "\"decode_noise_mpix_s\": %.1f}\n",
+                  "\"decode_noise_mpix_s\": %.1f, \"threads\": %d}\n",
                   width, height, mpix / mixed.encode, mpix / mixed.decode, mpix / fbd, copyGbS,
-                  mpix / noise.encode, mpix / noise.decode);
+                  mpix / noise.encode, mpix / noise.decode, threads);
     std::cout << line;
     return kExitOk;
   }
-  std::cout << "frame " << width << "x" << height << ", median of " << repeat << " runs after a warm-up\n";
+  std::cout << "frame " << width << "x" << height << ", " << threads << (threads == 1 ? " thread" : " threads") << ", median of " << repeat
+            << " runs after a warm-up\n";
   const auto row = [&](const char* name, double s) {
     std::snprintf(line, sizeof line, "  %-22s %9.3f ms %9.1f Mpixel/s %7.1fx copy\n", name, s * 1e3, mpix / s, s / cp);
     std::cout << line;

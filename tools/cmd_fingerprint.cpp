@@ -1,7 +1,9 @@
 // fbc fingerprint: digests any implementation of the block can reproduce in seconds. A fixed
 // stream of 64-bit codes (splitmix64 from a seed) is decoded, and the decoded pixels are coded
 // again; SHA-256 of both results, under the given registers.
+#if FBC_HAVE_OPENSSL
 #include <openssl/evp.h>
+#endif
 
 #include <cstdint>
 #include <cstdio>
@@ -45,6 +47,7 @@ const CommandSpec kSpec{
     0,
     0};
 
+#if FBC_HAVE_OPENSSL
 struct Sha256 {
   std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> ctx{EVP_MD_CTX_new(), EVP_MD_CTX_free};
   Sha256() {
@@ -67,6 +70,14 @@ struct Sha256 {
     return s;
   }
 };
+#else
+// A build without OpenSSL (a cross build for a target without it) has no SHA-256.
+struct Sha256 {
+  Sha256() { failure("SHA-256 needs OpenSSL, which this build of fbc was made without"); }
+  void update(const void*, std::size_t) {}
+  std::string hex() { return {}; }
+};
+#endif
 
 std::uint64_t parseSeed(const Args& args) { return args.has("seed") ? args.seed(UINT64_MAX) : 0; }
 

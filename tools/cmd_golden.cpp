@@ -31,7 +31,7 @@ const CommandSpec kSpec{
     {kOptWidth, kOptHeight, kOptCfa, kOptRawMode,
      {"frame-index", "N", "frame number, 0 or more; required: it names the files"},
      {"outdir", "DIR", "directory for the golden files"},
-     kOptParams, kOptSet, kOptRegisters},
+     kOptParams, kOptSet, kOptRegisters, kOptThreads},
     1,
     1};
 
@@ -59,6 +59,7 @@ int runGolden(const Words& argv) {
   refuseOverwritingInputs(inputFiles(args, args.positional()[0]), outputs);
   checkOutputDirectory(dir.string());
   configureCodec(codec, args);
+  codec.Threads = threadsOption(args);
   const Frame image = readInputImage(args.positional()[0], args);
   if (codec.Enable == 0) {
     // A disabled block passes the frame through untouched: there is nothing to check a

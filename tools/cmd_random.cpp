@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -16,6 +17,7 @@
 #include <random>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -40,8 +42,8 @@ namespace fs = std::filesystem;
 
 const CommandSpec kSpec{
     "random",
-    "--count N --seed S --outdir DIR [--shard K/N] [--coverage] [--settings FILE.ini] [--images DIR]\n"
-    "       [--registers FILE]\n"
+    "--count N --seed S --outdir DIR [--shard K/N] [--jobs N] [--coverage] [--settings FILE.ini]\n"
+    "       [--images DIR] [--registers FILE]\n"
     "       fbc random report DIR [--count N]\n"
     "       fbc random check DIR [--fbc-like CMD]",
     "Generates N random regression tests into DIR/test_0000 ... Each test draws the block's\n"
@@ -56,7 +58,9 @@ const CommandSpec kSpec{
     "A test's seed, size and registers depend only on --seed and its index i: --shard K/N\n"
     "writes only the tests with i mod N = K, so N shards written into one DIR (at the same\n"
     "time, on as many machines) make the same tree as one run. --coverage writes each test's\n"
-    "cover-point counts to coverage.json. 'fbc random report' summarises a tree, 'fbc random\n"
+    "cover-point counts to coverage.json. --jobs N writes up to N tests at once (default 1, as\n"
+    "'make'); the tree and the output are those of one job, progress lines in test order.\n"
+    "'fbc random report' summarises a tree, 'fbc random\n"
     "check' re-runs its tests (see 'fbc random report --help', 'fbc random check --help').\n\n"
     "Settings, section [GlobalControl] of --settings (every key optional):\n"
     "  width_min, width_max    picture width range, 1..4096, default 8..256\n"
@@ -72,6 +76,7 @@ const CommandSpec kSpec{
      {"seed", "S", "master seed, 0..4294967295, decimal or 0x hexadecimal"},
      {"outdir", "DIR", "directory of the tests (created if missing)"},
      {"shard", "K/N", "write only the tests whose index i has i mod N = K"},
+     {"jobs", "N", "tests written at once, 1..256, default 1"},
      {"coverage", nullptr, "write each test's cover-point counts to coverage.json"},
      {"settings", "FILE.ini", "generator settings, section [GlobalControl]"},
      {"images", "DIR", "pictures (.png, .ppm, .pgm) to crop inputs from"},
@@ -388,6 +393,7 @@ int runRandom(const Words& argv) {
   const int count = static_cast<int>(args.requiredInteger("count", 1, 100000));
   const Shard shard = shardOption(args);
   const bool wantCoverage = args.has("coverage");
+  const int jobs = static_cast<int>(args.integer("jobs", 1, 256, 1));
   const auto masterSeed = static_cast<unsigned int>(args.seed(0xFFFFFFFFu));
   const std::string outdir = args.value("outdir");
   if (outdir.empty()) usageError("--outdir: empty directory name");
@@ -413,6 +419,52 @@ int runRandom(const Words& argv) {
   int written = 0, enabledTests = 0, cropped = 0;
   long long pixels = 0;
 
+  // Tests are drawn one after another (the library's generator is one), then written up to
+  // `jobs` at a time; their lines follow in test order. A failed test ends the run as it would
+  // with one job: the tests after it are taken away again.
+  struct Drawn {
+    TestCase t;
+    std::unique_ptr<Compression1x8> codec;
+    Frame input;
+    TGlobalParam global;
+  };
+  std::vector<Drawn> batch;
+  const auto writeBatch = [&] {
+    std::vector<std::exception_ptr> errors(batch.size());
+    const auto write = [&](std::size_t k) {
+      try {
+        Drawn& d = batch[k];
+        writeTest(outdir, d.t, *d.codec, regs, d.input, d.global, registersPath, wantCoverage);
+      } catch (...) {
+        errors[k] = std::current_exception();
+      }
+    };
+    std::vector<std::thread> workers;
+    {
+      // The workers start with the cleanup signals blocked: the main thread takes them.
+      const SignalsHeld held;
+      for (std::size_t k = 1; k < batch.size(); ++k) workers.emplace_back(write, k);
+    }
+    write(0);
+    for (std::thread& w : workers) w.join();
+    for (std::size_t k = 0; k < batch.size(); ++k) {
+      if (errors[k]) {
+        std::error_code ignored;
+        for (std::size_t later = k + 1; later < batch.size(); ++later)
+          if (!errors[later]) fs::remove_all(fs::path(outdir) / testName(batch[later].t.index), ignored);
+        batch.clear();
+        std::rethrow_exception(errors[k]);
+      }
+      const TestCase& t = batch[k].t;
+      enabledTests += t.enabled ? 1 : 0;
+      pixels += static_cast<long long>(t.width) * t.height * frames;
+      progress.step(++written, testName(t.index) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
+                                   ", CFA " + std::to_string(t.cfa) + ", block " +
+                                   (t.enabled ? "enabled" : "disabled") + ", " + t.source);
+    }
+    batch.clear();
+  };
+
   for (int i = 0; i < count; ++i) {
     TestCase t;
     t.index = i;
@@ -421,7 +473,8 @@ int runRandom(const Words& argv) {
     setRandSeed(t.seed);
 
     // Parameters first, then the block's own rules, then the enable chance of the settings.
-    Compression1x8 drawn("FBC", false);
+    auto drawnCodec = std::make_unique<Compression1x8>("FBC", false);
+    Compression1x8& drawn = *drawnCodec;
     resetCodec(drawn);
     TGlobalParam global;
     global.seed = t.seed;
@@ -471,13 +524,10 @@ int runRandom(const Words& argv) {
     char origin[96];
     std::snprintf(origin, sizeof origin, "fbc random --seed %u, test %04d (test seed %u)", masterSeed, i, t.seed);
     t.origin = origin;
-    writeTest(outdir, t, drawn, regs, input, global, registersPath, wantCoverage);
-    enabledTests += t.enabled ? 1 : 0;
-    pixels += static_cast<long long>(t.width) * t.height * frames;
-    progress.step(++written, testName(i) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
-                             ", CFA " + std::to_string(t.cfa) + ", block " + (t.enabled ? "enabled" : "disabled") +
-                             ", " + t.source);
+    batch.push_back(Drawn{std::move(t), std::move(drawnCodec), std::move(input), global});
+    if (static_cast<int>(batch.size()) == jobs) writeBatch();
   }
+  if (!batch.empty()) writeBatch();
   std::cout << written << " test" << (written == 1 ? "" : "s");
   if (shard.count > 1) std::cout << " of shard " << shard.index << '/' << shard.count;
   std::cout << " in " << outdir << ": " << enabledTests << " with the block enabled, " << written - enabledTests << " disabled; " << cropped

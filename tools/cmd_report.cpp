@@ -44,6 +44,7 @@ const CommandSpec kSpec{
      kOptParams,
      kOptSet,
      kOptRegisters,
+     kOptThreads,
      {"out", "FILE", "the page, default report.html"}},
     1,
     1};
@@ -196,6 +197,7 @@ int runReport(const Words& argv) {
   const Frame image = readInputImage(inPath, args);
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
+  codec.Threads = threadsOption(args);
   requireEnabled(codec);
   const RegisterMap regs(args);
   const std::vector<std::string> changed = nonDefaultRegisters(codec, regs.table());

@@ -25,7 +25,7 @@ const CommandSpec kSpec{
     "(compare.png); with --format pnm as .pgm (grey) and .ppm (colour) pictures instead. A\n"
     "disabled block (reg_fbc_en=0) codes nothing and is refused.\n\n" FBC_INPUT_PICTURE_HELP,
     {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, {"out", "DIR", "directory for the pictures"}, kOptFormat, kOptParams,
-     kOptSet, kOptRegisters},
+     kOptSet, kOptRegisters, kOptThreads},
     1,
     1};
 
@@ -46,6 +46,7 @@ int runRoundtrip(const Words& argv) {
   }
   Compression1x8 codec("FBC", false);
   configureCodec(codec, args);
+  codec.Threads = threadsOption(args);
   requireEnabled(codec);
   const Frame image = readInputImage(path, args);
 

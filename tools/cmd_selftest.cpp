@@ -14,10 +14,11 @@ namespace {
 const CommandSpec kSpec{
     "selftest",
     "[--seed S] [--count N] [--filter NAME]",
-    "Compares every vector variant of the encoder and decoder this CPU supports (sse2, avx2,\n"
-    "avx512) with the scalar reference on seeded rows of blocks (noise, ramps, two levels, narrow\n"
-    "ranges, end runs, extremes), random 64-bit codes and random register values, decoding into\n"
-    "16-bit and 32-bit samples; also the range check and the byte moves of the frame drivers.\n"
+    "Compares every vector variant of the encoder and decoder this CPU supports (x86-64: sse2,\n"
+    "avx2, avx512; aarch64: neon) with the scalar reference on seeded rows of blocks (noise,\n"
+    "ramps, two levels, narrow ranges, end runs, extremes), random 64-bit codes and random\n"
+    "register values, decoding into 16-bit and 32-bit samples; also the range check and the byte\n"
+    "moves of the frame drivers.\n"
     "Stops at the first mismatch and prints what is needed to replay it. N register sets (or byte\n"
     "rows) per check (default 2000); S is the seed (default 0x5eed1234, decimal or 0x hex); NAME\n"
     "keeps the checks whose name contains it (\"encode\", \"decode[avx2]\", \"bytes\"). Exit\n"

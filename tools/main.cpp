@@ -25,7 +25,7 @@ const Command kCommands[] = {
     {"golden", "write the five golden reference files of one frame", runGolden},
     {"demo", "round-trip a built-in test chart and report modes, error and speed", runDemo},
     {"roundtrip", "the demo's report for your own picture (.png, .pgm, .ppm, .raw)", runRoundtrip},
-    {"bench", "time encode and decode of a 4K frame on one thread", runBench},
+    {"bench", "time encode and decode of a 4K frame, on every core or --threads N", runBench},
     {"selftest", "compare every fast-path variant with the scalar reference", runSelftest},
     {"params", "show, write, check or draw parameter files of the block", runParams},
     {"regs", "the register list of a parameter file; export: the register map as C, SV or JSON", runRegs},

@@ -1,7 +1,9 @@
 // PNG pictures in memory (the tool's one PNG writer, image/Png.h), base64 and gzip with zlib.
 #include "tools/png_write.h"
 
+#if FBC_HAVE_ZLIB
 #include <zlib.h>
+#endif
 
 #include <cstdint>
 
@@ -32,6 +34,12 @@ std::string base64(const std::vector<unsigned char>& bytes) {
   return s;
 }
 
+#if !FBC_HAVE_ZLIB
+// A build without zlib (a cross build for a target without it) cannot compress.
+std::vector<unsigned char> gzip(const std::string&) {
+  failure("gzip needs zlib, which this build of fbc was made without");
+}
+#else
 std::vector<unsigned char> gzip(const std::string& text) {
   z_stream z{};
   // windowBits 15 + 16: a gzip header and trailer around the deflate stream.
@@ -48,5 +56,6 @@ std::vector<unsigned char> gzip(const std::string& text) {
   out.resize(z.total_out);
   return out;
 }
+#endif
 
 }  // namespace fbc::cli

@@ -191,6 +191,13 @@ inline V edgeCost(const EncodeParams& p, const V* P, const CoarseErrors& c, cons
   // Coded when a group's range is within both the index's reach and the register's limit.
   const int limit = l.rangeLimit < p.diffminTh ? l.rangeLimit : p.diffminTh;
   const V any = (hr <= limit) | (tr <= limit);
+  L.edgeDir[N - 2] = dir;
+  // Busy content rarely brings a group within reach: when no lane does, every lane's cost is
+  // 4095 and its shift 0, without the error computation below.
+  if (!anyLane(any)) {
+    L.edgeShift[N - 2] = splat(0);
+    return splat(4095);
+  }
   const V rmin = vmin(hr, tr);
   constexpr int unit = l.indexBits == 3 ? 7 : 15, cap = (1 << l.indexBits) - 1;
   const V shift = -((rmin > unit) + (rmin > 2 * unit + 1) + (rmin > 4 * unit + 3));
@@ -221,7 +228,6 @@ inline V edgeCost(const EncodeParams& p, const V* P, const CoarseErrors& c, cons
     tailErr = vmax(tailErr, c.e[d - 2][7 - j]);
   }
   err = vmax(err, dir ? headErr : tailErr);
-  L.edgeDir[N - 2] = dir;
   L.edgeShift[N - 2] = any ? shift : splat(0);
   return any ? err : splat(4095);
 }

@@ -5,7 +5,7 @@
 // vectors only.
 //
 // Included once per instruction set by KernelsSse2.cpp, KernelsAvx2.cpp and KernelsAvx512.cpp
-// (through the kernel parts). Everything lives in an anonymous namespace and calls no inline
+// on x86-64, and by KernelsNeon.cpp on aarch64 (through the kernel parts). Everything lives in an anonymous namespace and calls no inline
 // function of another header: no instantiation compiled for AVX2 can be picked by the linker for
 // baseline code. Shared numbers come from constexpr tables (ModeLayout.h, EdgeLayout.h).
 #pragma once
@@ -16,6 +16,8 @@
 #include <utility>
 #if defined(__AVX2__)
 #include <immintrin.h>
+#elif defined(__ARM_NEON)
+#include <arm_neon.h>
 #endif
 
 #include "codec/EdgeLayout.h"
@@ -28,7 +30,8 @@ namespace fbc::x86 {
 namespace {
 
 // Sixteen lanes with 512-bit vectors, eight where the CPU has 256-bit integer vectors, four on
-// the baseline: wider vectors than the registers would be split element by element there.
+// the x86 baseline and on NEON (128-bit registers): wider vectors than the registers would be
+// split element by element there.
 #if defined(__AVX512F__)
 constexpr int kLanes = 16;
 #elif defined(__AVX2__)
@@ -83,6 +86,8 @@ inline bool anyLane(V m) {
   return _mm512_test_epi32_mask(reinterpret_cast<__m512i>(m), reinterpret_cast<__m512i>(m)) != 0;
 #elif defined(__AVX2__)
   return !_mm256_testz_si256(reinterpret_cast<__m256i>(m), reinterpret_cast<__m256i>(m));
+#elif defined(__ARM_NEON)
+  return vmaxvq_u32(reinterpret_cast<uint32x4_t>(m)) != 0;
 #else
   typedef long long W __attribute__((vector_size(4 * kLanes)));
   const W w = reinterpret_cast<W>(m);
@@ -102,6 +107,13 @@ inline V lookup7(const std::int32_t (&table)[8], V index) {
 #else
   return reinterpret_cast<V>(_mm256_permutevar8x32_epi32(t, reinterpret_cast<__m256i>(index)));
 #endif
+#elif defined(__ARM_NEON)
+  // A byte table lookup: lane value k picks bytes 4k .. 4k+3 of the 32-byte table.
+  uint8x16x2_t t;
+  t.val[0] = vld1q_u8(reinterpret_cast<const std::uint8_t*>(table));
+  t.val[1] = vld1q_u8(reinterpret_cast<const std::uint8_t*>(table) + 16);
+  const U bytes = asU(index) * 0x04040404u + 0x03020100u;
+  return reinterpret_cast<V>(vqtbl2q_u8(t, reinterpret_cast<uint8x16_t>(bytes)));
 #else
   V r = splat(table[0]);
   for (int k = 1; k < 7; ++k) r = index == k ? splat(table[k]) : r;
@@ -191,15 +203,15 @@ inline void untranspose(const V* in, V* out) {
 #endif
 }
 
-// Per-lane shift amounts 0 .. 2^Bits - 1. AVX2 shifts each lane by its own amount; the
-// baseline composes the shift from one conditional shift per bit of the amount.
+// Per-lane shift amounts 0 .. 2^Bits - 1. AVX2 and NEON shift each lane by its own amount; the
+// x86 baseline composes the shift from one conditional shift per bit of the amount.
 template <int Bits>
 struct VarShift {
   explicit VarShift(V amount) : k(amount) {
     for (int b = 0; b < Bits; ++b) bit[b] = (amount & (1 << b)) != 0;
   }
   V shr(V v) const {
-#if defined(__AVX2__)
+#if defined(__AVX2__) || defined(__ARM_NEON)
     return v >> k;
 #else
     for (int b = 0; b < Bits; ++b) v = bit[b] ? v >> (1 << b) : v;
@@ -207,7 +219,7 @@ struct VarShift {
 #endif
   }
   V shl(V v) const {
-#if defined(__AVX2__)
+#if defined(__AVX2__) || defined(__ARM_NEON)
     return v << k;
 #else
     for (int b = 0; b < Bits; ++b) v = bit[b] ? v << (1 << b) : v;
@@ -372,6 +384,18 @@ inline Codes loadCodes(const std::int32_t* samples) {
       _mm256_packus_epi16(_mm256_packus_epi32(v[4], v[5]), _mm256_packus_epi32(v[6], v[7]));
   return {reinterpret_cast<U>(_mm256_permute2x128_si256(a, b, 0x20)),
           reinterpret_cast<U>(_mm256_permute2x128_si256(a, b, 0x31))};
+#elif defined(__ARM_NEON)
+  // Two unzips keep the even 16-bit halves, then the even bytes: the low byte of each sample.
+  unsigned char bytes[8 * kLanes];
+  for (int h = 0; h < 2; ++h) {
+    const std::int32_t* s = samples + 16 * h;
+    const uint16x8_t a = vuzp1q_u16(vreinterpretq_u16_s32(vld1q_s32(s)),
+                                    vreinterpretq_u16_s32(vld1q_s32(s + 4)));
+    const uint16x8_t b = vuzp1q_u16(vreinterpretq_u16_s32(vld1q_s32(s + 8)),
+                                    vreinterpretq_u16_s32(vld1q_s32(s + 12)));
+    vst1q_u8(bytes + 16 * h, vuzp1q_u8(vreinterpretq_u8_u16(a), vreinterpretq_u8_u16(b)));
+  }
+  return loadCodes(bytes);
 #else
   unsigned char bytes[8 * kLanes];
   for (int i = 0; i < 8 * kLanes; ++i) bytes[i] = static_cast<unsigned char>(samples[i]);
@@ -397,6 +421,8 @@ inline void streamPixels(const V* rows, std::int32_t* out) {
     _mm512_stream_si512(reinterpret_cast<__m512i*>(out + k * kLanes), reinterpret_cast<__m512i>(v));
 #elif defined(__AVX2__)
     _mm256_stream_si256(reinterpret_cast<__m256i*>(out + k * kLanes), reinterpret_cast<__m256i>(v));
+#elif defined(__ARM_NEON) && defined(__clang__)
+    __builtin_nontemporal_store(v, reinterpret_cast<V*>(out + k * kLanes));
 #else
     std::memcpy(out + k * kLanes, &v, sizeof v);
 #endif

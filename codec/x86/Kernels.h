@@ -2,7 +2,8 @@
 //
 // The kernels are compiled once per instruction set from one source in four parts
 // (KernelPrimitives.h, KernelEncode.h, KernelDecode.h, KernelBytes.h): baseline x86-64 (SSE2),
-// AVX2 and AVX-512 (F, BW, VL, DQ). Each encodes or decodes whole rows of blocks exactly as the
+// AVX2 and AVX-512 (F, BW, VL, DQ), and aarch64's NEON (Advanced SIMD, present on every aarch64
+// CPU). Other processors run the reference only. Each encodes or decodes whole rows of blocks exactly as the
 // scalar reference in Compression1x8 does; the reference stays the definition and the checker
 // (fbc selftest, fast_path_test) compares them bit for bit. Every value below that a register
 // decides is resolved by the reference's own functions (FastCodec.cpp). Pixels must be
@@ -82,6 +83,9 @@ FBC_X86_DECLARE_KERNELS(Avx2)
 #if defined(FBC_HAVE_AVX512_TU)
 FBC_X86_DECLARE_KERNELS(Avx512)
 #endif
+#elif defined(__aarch64__) && defined(__GNUC__) && defined(__ARM_NEON)
+#define FBC_HAVE_NEON_KERNELS 1
+FBC_X86_DECLARE_KERNELS(Neon)
 #endif
 
 }  // namespace fbc::x86

@@ -91,6 +91,11 @@ FBC_EXPORT int fbc_read_register(const fbc_codec* c, uint32_t address, uint16_t*
 /* The mapped register addresses in ascending order, for index 0, 1, ...; -1 past the last. */
 FBC_EXPORT int64_t fbc_register_address(size_t index);
 
+/* The threads frame calls split a frame's rows among, 1..1024 (default 1: the calling thread
+   alone, no thread started). Every count gives the same bytes; the call returns when all rows
+   are done. Copied by fbc_clone. */
+FBC_EXPORT int fbc_set_threads(fbc_codec* c, int threads);
+
 /* The frame index block calls code as (see above); any value. */
 FBC_EXPORT int fbc_set_frame_index(fbc_codec* c, int32_t frame_index);
 

@@ -200,45 +200,50 @@ TEST(CApiFrames, MatchTheToolAndTheBlockCalls) {
                 options + " out.bin dec.raw"),
             "");
 
-  std::vector<uint8_t> codes(static_cast<size_t>(codeStride) * height, 0xA5);
-  ASSERT_EQ(fbc_encode_frame(c.get(), px.data(), pixelStride, width, height, cfa, frameIndex,
-                             codes.data(), codeStride),
-            FBC_OK)
-      << fbc_error(c.get());
-  std::string packed;
-  for (int y = 0; y < height; ++y) {
-    packed.append(reinterpret_cast<const char*>(&codes[y * codeStride]), padded);
-    for (int x = padded; x < codeStride; ++x) ASSERT_EQ(codes[y * codeStride + x], 0xA5);
-  }
-  EXPECT_EQ(packed, readFile(dir.file("out.bin")));
-
-  // Blocks: layout 1 starts with the other colour pair, so even rows have the odd parity.
-  ASSERT_EQ(fbc_set_frame_index(c.get(), frameIndex), FBC_OK);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; x += 8) {
-      uint16_t block[8] = {};
-      for (int k = 0; k < 8 && x + k < width; ++k) block[k] = px[y * pixelStride + x + k];
-      uint64_t code = 0;
-      std::memcpy(&code, &codes[y * codeStride + x], 8);
-      EXPECT_EQ(fbc_encode_block(c.get(), block, y % 2 == 0), code) << x << "," << y;
+  // The rows split among threads, as many as the rows and more: the same bytes every time.
+  for (const int threads : {1, 4, 9}) {
+    SCOPED_TRACE(threads);
+    ASSERT_EQ(fbc_set_threads(c.get(), threads), FBC_OK);
+    std::vector<uint8_t> codes(static_cast<size_t>(codeStride) * height, 0xA5);
+    ASSERT_EQ(fbc_encode_frame(c.get(), px.data(), pixelStride, width, height, cfa, frameIndex,
+                               codes.data(), codeStride),
+              FBC_OK)
+        << fbc_error(c.get());
+    std::string packed;
+    for (int y = 0; y < height; ++y) {
+      packed.append(reinterpret_cast<const char*>(&codes[y * codeStride]), padded);
+      for (int x = padded; x < codeStride; ++x) ASSERT_EQ(codes[y * codeStride + x], 0xA5);
     }
-  }
+    EXPECT_EQ(packed, readFile(dir.file("out.bin")));
 
-  std::vector<uint16_t> out(static_cast<size_t>(pixelStride) * height, 0xBEEF);
-  ASSERT_EQ(
-      fbc_decode_frame(c.get(), codes.data(), codeStride, width, height, out.data(), pixelStride),
-      FBC_OK);
-  const std::string decoded = readFile(dir.file("dec.raw"));
-  ASSERT_EQ(decoded.size(), size_t{2} * width * height);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < pixelStride; ++x) {
-      if (x >= width) {
-        EXPECT_EQ(out[y * pixelStride + x], 0xBEEF);
-        continue;
+    // Blocks: layout 1 starts with the other colour pair, so even rows have the odd parity.
+    ASSERT_EQ(fbc_set_frame_index(c.get(), frameIndex), FBC_OK);
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < width; x += 8) {
+        uint16_t block[8] = {};
+        for (int k = 0; k < 8 && x + k < width; ++k) block[k] = px[y * pixelStride + x + k];
+        uint64_t code = 0;
+        std::memcpy(&code, &codes[y * codeStride + x], 8);
+        EXPECT_EQ(fbc_encode_block(c.get(), block, y % 2 == 0), code) << x << "," << y;
       }
-      const size_t i = 2 * (static_cast<size_t>(y) * width + x);
-      const int tool = static_cast<uint8_t>(decoded[i]) | static_cast<uint8_t>(decoded[i + 1]) << 8;
-      ASSERT_EQ(out[y * pixelStride + x] * 16, tool) << x << "," << y;
+    }
+
+    std::vector<uint16_t> out(static_cast<size_t>(pixelStride) * height, 0xBEEF);
+    ASSERT_EQ(
+        fbc_decode_frame(c.get(), codes.data(), codeStride, width, height, out.data(), pixelStride),
+        FBC_OK);
+    const std::string decoded = readFile(dir.file("dec.raw"));
+    ASSERT_EQ(decoded.size(), size_t{2} * width * height);
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < pixelStride; ++x) {
+        if (x >= width) {
+          EXPECT_EQ(out[y * pixelStride + x], 0xBEEF);
+          continue;
+        }
+        const size_t i = 2 * (static_cast<size_t>(y) * width + x);
+        const int tool = static_cast<uint8_t>(decoded[i]) | static_cast<uint8_t>(decoded[i + 1]) << 8;
+        ASSERT_EQ(out[y * pixelStride + x] * 16, tool) << x << "," << y;
+      }
     }
   }
 }
@@ -281,6 +286,14 @@ struct FailureCase {
   const char* error;
   std::function<int(fbc_codec*, std::vector<uint8_t>& codes, std::vector<uint16_t>& pixels)> call;
 };
+
+TEST(CApiThreads, CountOutOfRangeIsRefused) {
+  const Codec c = makeCodec();
+  EXPECT_EQ(fbc_set_threads(c.get(), 0), FBC_ERR_VALUE);
+  EXPECT_STREQ(fbc_error(c.get()), "thread count 0 is not in [1, 1024]");
+  EXPECT_EQ(fbc_set_threads(c.get(), 1025), FBC_ERR_VALUE);
+  EXPECT_EQ(fbc_set_threads(nullptr, 2), FBC_ERR_NULL);
+}
 
 TEST(CApiFailures, ChangeNothing) {
   const TempDir dir;

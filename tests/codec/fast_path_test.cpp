@@ -211,7 +211,9 @@ TEST(FastPathChecker, EveryVariantMatchesTheReference) {
     o.count = 150;
     const fbc::SelfTestResult r = fbc::runSelfTest(o);
     EXPECT_TRUE(r.ok) << r.report;
-    EXPECT_EQ(r.checks.size(), 3 * fbc::supportedVariants().size());  // encode, decode, bytes
+    // encode, decode, bytes per variant, and the threaded frame drivers on the active path
+    EXPECT_EQ(r.checks.size(), 3 * fbc::supportedVariants().size() + 1);
+    EXPECT_EQ(r.checks.back().rfind("threads[", 0), 0u) << r.checks.back();
 }
 
 // Variants with one planted fault each, built around the host's first variant: the checker's

@@ -60,6 +60,7 @@ const std::set<std::string> kExports = {
     "fbc_reset",
     "fbc_set",
     "fbc_set_frame_index",
+    "fbc_set_threads",
     "fbc_version",
     "fbc_write_register",
 };

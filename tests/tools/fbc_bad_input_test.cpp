@@ -26,14 +26,6 @@ std::string garbage(std::uint32_t seed, std::size_t size) {
   return s;
 }
 
-// The default parameter file with the line of `key` replaced by `key=value`.
-std::string defaultsWith(const std::string& key, const std::string& value) {
-  std::string text = kDefaultParams;
-  const std::size_t at = text.find("\n" + key + "=") + 1;
-  text.replace(at, text.find('\n', at) - at, key + "=" + value);
-  return text;
-}
-
 // A recorded finding of the picture or INI fuzzer: the file it wrote, without the bytes that
 // picked the reader and its arguments (7 for pictures).
 std::string finding(const std::string& name, std::size_t skip) {
@@ -65,8 +57,6 @@ std::vector<BadInput> badInputs() {
        "bad.raw", garbage(4, 100)},
       {"FrameLong", std::string("decode ") + raw + "bad.bin out.raw", "bad.bin",
        std::string(65, '\0')},
-      {"ParamsNonNumeric", std::string("encode ") + raw + "--params bad.ini in.raw out.bin",
-       "bad.ini", defaultsWith("reg_edge_diffmin_th", "two hundred")},
       {"ParamsGarbage", "params check bad.ini", "bad.ini", garbage(7, 600)},
       {"RegistersNegativeAddress", "regs --registers bad.txt good.ini", "bad.txt",
        map + "param FBC extra 0 1\n  field -3 0:0\n"},
