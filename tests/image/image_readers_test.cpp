@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/TestFiles.h"
 #include "image/Frame.h"
 #include "image/ParsePPM.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
@@ -93,11 +93,13 @@ INSTANTIATE_TEST_SUITE_P(
         // maximum 256 still reads single bytes: 200 * 256/257 = 199.2
         ScaleCase{std::string("P6\n1 1\n256\n") + std::string("\xC8\x01\x00", 3), 8, {199, 0, 0}},
         // maximum 257 reads two bytes, first more significant: 256 * 256/258 = 254.02
-        ScaleCase{std::string("P6\n1 1\n257\n") + std::string("\x01\x00\x00\x01\x00\x00", 6), 8,
+        ScaleCase{std::string("P6\n1 1\n257\n") + std::string("\x01\x00\x00\x01\x00\x00", 6),
+                  8,
                   {254, 0, 0}},
         // The reader is lenient where the file is not: short P6 body, 0x10 * 16, the rest zero
         ScaleCase{"P6 2 1 255\n\x10", 12, {256, 0, 0, 0, 0, 0}},
-        // short two-byte P6 body: 0x0008 * 256/1024 = 2; the half-read sample keeps its high byte, 0x0100
+        // short two-byte P6 body: 0x0008 * 256/1024 = 2; the half-read sample keeps its high byte,
+        // 0x0100
         ScaleCase{std::string("P6 1 1 1023\n\x00\x08\x01", 15), 8, {2, 64, 0}},
         // P6 above the maximum: 200 * 256/101 = 506.9
         ScaleCase{"P6 1 1 100\n\xC8\x01\x02", 8, {506, 2, 5}},
@@ -125,63 +127,59 @@ TEST(ParsePPMFile, OlderReaderRescalesAsciiOnly) {
 }
 
 struct RawCase {
-  int mode;
-  unsigned short sample;
+  const char* name;
+  std::string bytes;
+  int width;
+  int height;
+  int mode;  // packing mode; -1 for the YUV 4:2:2 reader
+  std::vector<unsigned short> samples;
 };
 
-class RawPacking : public ::testing::TestWithParam<RawCase> {};
+class LenientRaw : public ::testing::TestWithParam<RawCase> {};
 
-// The word 0xABCD stored little-endian.
-TEST_P(RawPacking, UnpacksOneWord) {
+// The specified readers print the size and read on where the file ends early.
+TEST_P(LenientRaw, UnpacksWords) {
+  const RawCase c = GetParam();
   TempDir dir;
-  writeBytes(dir.file("w.raw"), "\xCD\xAB");
+  writeBytes(dir.file("w.raw"), c.bytes);
   unsigned short* data = nullptr;
   ::testing::internal::CaptureStdout();
-  ParseRAWFile(dir.file("w.raw").c_str(), 1, 1, data, GetParam().mode);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Width 1\nHeight 1\n");
-  EXPECT_EQ(data[0], GetParam().sample);
+  if (c.mode < 0) {
+    ParseYUV422File(dir.file("w.raw").c_str(), c.width, c.height, data);
+  } else {
+    ParseRAWFile(dir.file("w.raw").c_str(), c.width, c.height, data, c.mode);
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "Width " + std::to_string(c.width) + "\nHeight " + std::to_string(c.height) + "\n");
+  EXPECT_EQ(std::vector<unsigned short>(data, data + c.samples.size()), c.samples);
   delete[] data;
 }
 
-INSTANTIATE_TEST_SUITE_P(Readers, RawPacking,
-                         ::testing::Values(RawCase{0, 0xCDA},    // low byte up, top nibble down
-                                           RawCase{1, 0xABC},    // upper 12 bits
-                                           RawCase{2, 0xCDA},    // 0xCDAB >> 4
-                                           RawCase{3, 0xABCD},   // as stored
-                                           RawCase{7, 0xCDA}));  // unknown modes as 0
-
-TEST(RawPacking, TenBitStreamCrossesWords) {
-  TempDir dir;
-  writeBytes(dir.file("p.raw"), "\x01\xFC\xFF\x0F");  // 0xFC01, 0x0FFF
-  unsigned short* data = nullptr;
-  ::testing::internal::CaptureStdout();
-  ParseRAWFile(dir.file("p.raw").c_str(), 2, 1, data, 4);
-  ::testing::internal::GetCapturedStdout();
-  EXPECT_EQ(data[0], 4);     // 0x001 * 4
-  EXPECT_EQ(data[1], 4092);  // 0x3F | 0xF << 6 = 0x3FF, * 4
-  delete[] data;
-}
+// The word 0xABCD stored little-endian, unless said otherwise.
+INSTANTIATE_TEST_SUITE_P(
+    Readers, LenientRaw,
+    ::testing::Values(RawCase{"lowByteUp", "\xCD\xAB", 1, 1, 0, {0xCDA}},  // top nibble down
+                      RawCase{"upper12", "\xCD\xAB", 1, 1, 1, {0xABC}},
+                      RawCase{"shifted", "\xCD\xAB", 1, 1, 2, {0xCDA}},  // 0xCDAB >> 4
+                      RawCase{"asStored", "\xCD\xAB", 1, 1, 3, {0xABCD}},
+                      RawCase{"unknownAs0", "\xCD\xAB", 1, 1, 7, {0xCDA}},
+                      // 0xFC01, 0x0FFF: 0x001 * 4, then 0x3F | 0xF << 6 = 0x3FF, * 4
+                      RawCase{"tenBitCrossesWords", "\x01\xFC\xFF\x0F", 2, 1, 4, {4, 4092}},
+                      RawCase{"yuvLow10", "\x01\x04\xFF\xFF", 1, 1, -1, {0x001, 0x3FF}},
+                      // word 0x1234, then half a word; the rest stays zero
+                      RawCase{"short", "\x34\x12\x56", 2, 2, 3, {0x1234, 0x0056, 0, 0}},
+                      RawCase{"shortYuv", "\x34\x12\x56", 1, 2, -1, {0x234, 0x056, 0, 0}}),
+    [](const ::testing::TestParamInfo<RawCase>& p) { return std::string(p.param.name); });
 
 TEST(RawPacking, TenBitStreamRunsOnAcrossRows) {
   TempDir dir;
   // Values 1..6 packed continuously: words 0x0801 0x0030 0x0501 0x0018 0 0.
-  writeBytes(dir.file("p.raw"), std::string("\x01\x08\x30\x00\x01\x05\x18\x00\x00\x00\x00\x00", 12));
+  writeBytes(dir.file("p.raw"),
+             std::string("\x01\x08\x30\x00\x01\x05\x18\x00\x00\x00\x00\x00", 12));
   std::vector<std::uint16_t> samples;
   std::string error;
   ASSERT_TRUE(fbc::parseRAW(dir.file("p.raw"), 3, 2, 4, samples, error)) << error;
   EXPECT_EQ(samples, (std::vector<std::uint16_t>{4, 8, 12, 16, 20, 24}));
-}
-
-TEST(ParseYUV422File, KeepsLow10Bits) {
-  TempDir dir;
-  writeBytes(dir.file("y.raw"), "\x01\x04\xFF\xFF");
-  unsigned short* data = nullptr;
-  ::testing::internal::CaptureStdout();
-  ParseYUV422File(dir.file("y.raw").c_str(), 1, 1, data);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Width 1\nHeight 1\n");
-  EXPECT_EQ(data[0], 0x001);
-  EXPECT_EQ(data[1], 0x3FF);
-  delete[] data;
 }
 
 TEST(FrameReaders, ReadPPMTakesTopLeftMosaic) {
@@ -191,7 +189,8 @@ TEST(FrameReaders, ReadPPMTakesTopLeftMosaic) {
   for (int y = 0; y < 2; ++y) {
     for (int x = 0; x < 4; ++x) {
       const int base = 10 * x + 100 * y;
-      text += std::to_string(base + 1) + " " + std::to_string(base + 2) + " " + std::to_string(base + 3) + "\n";
+      text += std::to_string(base + 1) + " " + std::to_string(base + 2) + " " +
+              std::to_string(base + 3) + "\n";
     }
   }
   writeBytes(dir.file("pic_0007.ppm"), text);
@@ -272,11 +271,11 @@ INSTANTIATE_TEST_SUITE_P(
                 "header says 2x1 but only 11 of 12 bytes of samples follow"},
         BadFile{"P7\n1 1\n255\n", "unknown magic \"P7\" (expected P3 or P6)"},
         BadFile{"P5\n1 1\n255\nx", "unknown magic \"P5\" (expected P3 or P6)"},
-        BadFile{"", "empty file"},
-        BadFile{"P6\n4", "header ends before the height"},
+        BadFile{"", "empty file"}, BadFile{"P6\n4", "header ends before the height"},
         BadFile{"P3\n0 4 255\n", "width 0 is out of range (1..65536)"},
         BadFile{"P3\n4 70000 255\n", "height 70000 is out of range (1..65536)"},
-        BadFile{"P3\n16384 16384 255\n", "16384x16384 is too large (805306368 samples, limit 268435456)"},
+        BadFile{"P3\n16384 16384 255\n",
+                "16384x16384 is too large (805306368 samples, limit 268435456)"},
         BadFile{"P3\nab 1 255\n", "width \"ab\" is not a number"},
         BadFile{"P3\n1 1 0\n", "maximum value 0 is out of range (1..65535)"},
         BadFile{"P3\n1 1 255\n1 2\n", "header says 1x1 but only 2 of 3 samples follow"},
@@ -310,13 +309,15 @@ bool failsWithinLimit(const std::string& path) {
   std::vector<std::uint16_t> samples;
   std::string error;
   return !fbc::parseRAW(path, 16000, 16000, 3, samples, error) &&
-         error == path + ": size 6 bytes, expected at least 512000000 (16000x16000 samples of 2 bytes)";
+         error ==
+             path + ": size 6 bytes, expected at least 512000000 (16000x16000 samples of 2 bytes)";
 }
 
 TEST(ReportingParsers, HugeClaimInAShortFileAllocatesNothing) {
   TempDir dir;
   writeBytes(dir.file("big.raw"), std::string(6, 'x'));
-  EXPECT_EXIT(std::exit(failsWithinLimit(dir.file("big.raw")) ? 0 : 1), ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(std::exit(failsWithinLimit(dir.file("big.raw")) ? 0 : 1),
+              ::testing::ExitedWithCode(0), "");
 }
 
 TEST(ReportingParsers, MissingFile) {
@@ -332,28 +333,10 @@ TEST(ReportingParsers, ShortRawFile) {
   std::vector<std::uint16_t> samples;
   std::string error;
   EXPECT_FALSE(fbc::parseRAW(dir.file("in.raw"), 8, 8, 0, samples, error));
-  EXPECT_EQ(error, dir.file("in.raw") + ": size 120 bytes, expected at least 128 (8x8 samples of 2 bytes)");
+  EXPECT_EQ(error, dir.file("in.raw") +
+                       ": size 120 bytes, expected at least 128 (8x8 samples of 2 bytes)");
   EXPECT_FALSE(fbc::parseYUV422(dir.file("in.raw"), 0, 8, samples, error));
   EXPECT_EQ(error, dir.file("in.raw") + ": width 0 is out of range (1..65536)");
-}
-
-// The specified readers only end the process where they must; everything else reads on.
-TEST(LenientReaders, ShortRawFileLeavesZeros) {
-  TempDir dir;
-  writeBytes(dir.file("s.raw"), "\x34\x12\x56");  // word 0x1234, then half a word
-  unsigned short* data = nullptr;
-  ::testing::internal::CaptureStdout();
-  ParseRAWFile(dir.file("s.raw").c_str(), 2, 2, data, 3);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Width 2\nHeight 2\n");
-  EXPECT_EQ(std::vector<unsigned short>(data, data + 4), (std::vector<unsigned short>{0x1234, 0x0056, 0, 0}));
-  delete[] data;
-
-  ::testing::internal::CaptureStdout();
-  ParseYUV422File(dir.file("s.raw").c_str(), 1, 2, data);
-  ::testing::internal::GetCapturedStdout();
-  // 0x1234 & 0x3FF = 0x234
-  EXPECT_EQ(std::vector<unsigned short>(data, data + 4), (std::vector<unsigned short>{0x234, 0x056, 0, 0}));
-  delete[] data;
 }
 
 TEST(LenientReaders, OlderReaderKeepsCallerValuesPastShortBody) {
@@ -370,7 +353,8 @@ TEST(LenientReaders, OversizedCountsRaiseBadArrayLength) {
   unsigned w = 0;
   unsigned h = 0;
   unsigned short* data = nullptr;
-  EXPECT_THROW(ParsePPMFile_all(dir.file("big.ppm").c_str(), w, h, data, 8), std::bad_array_new_length);
+  EXPECT_THROW(ParsePPMFile_all(dir.file("big.ppm").c_str(), w, h, data, 8),
+               std::bad_array_new_length);
   writeBytes(dir.file("n.raw"), "");
   ::testing::internal::CaptureStdout();
   EXPECT_THROW(ParseRAWFile(dir.file("n.raw").c_str(), -2, 3, data, 0), std::bad_array_new_length);

@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/TestFiles.h"
 #include "image/Frame.h"
 #include "image/PPM.h"
 #include "image/ParsePPM.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
@@ -22,11 +22,18 @@ TEST(CPPM2, AppendPixelLimitsFromAboveOnly) {
   EXPECT_EQ(readBytes(dir.file("a.ppm")), "P6\n1 1\n255\n\xFF\xFF\x07");
 }
 
-TEST(CPPM2, OpenFailureIsReported) {
+// Each writer's own line when its file cannot be opened.
+TEST(Writers, OpenFailureIsReported) {
   CPPM2 ppm;
   ::testing::internal::CaptureStdout();
   ppm.newppm("/nonexistent/dir/a.ppm", 1, 1, 256);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "ppm file open error!\n");
+  Frame f(1, 1, Frame::CS_RGB);
+  ::testing::internal::CaptureStderr();
+  f.store("/nonexistent/dir/s.ppm");
+  f.dumpFramePat("/nonexistent/dir/p.txt");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "Error : StorePPM Failed\nERROR : cannot open file /nonexistent/dir/p.txt\n");
 }
 
 TEST(StorePPM16B, RotatesChannelsAndScales) {
@@ -37,15 +44,11 @@ TEST(StorePPM16B, RotatesChannelsAndScales) {
   EXPECT_EQ(readBytes(dir.file("b.ppm")), "P3\n2 1\n65535\n192 64 128 \n0 65535 0 \n");
 }
 
-TEST(StorePPM, WritesBytesInOrder) {
+TEST(StorePPM, WritesBytesInOrderAndTheFieldWriterAddsTheExtension) {
   TempDir dir;
   const unsigned char rgb[6] = {1, 2, 3, 250, 251, 252};
   StorePPM(dir.file("c.ppm").c_str(), rgb, 2, 1);
   EXPECT_EQ(readBytes(dir.file("c.ppm")), "P6\n2 1\n255\n\x01\x02\x03\xFA\xFB\xFC");
-}
-
-TEST(StorePPMField, AddsExtension) {
-  TempDir dir;
   const unsigned values[3] = {4, 5, 6};
   StorePPMField(dir.file("f").c_str(), values, 1, 1);
   EXPECT_EQ(readBytes(dir.file("f.ppm")), "P6\n1 1\n255\n\x04\x05\x06");
@@ -63,20 +66,22 @@ TEST_P(StorePPMFrame_, InterlacesFields) {
   const unsigned first[6] = {1, 2, 3, 4, 5, 6};
   const unsigned second[6] = {7, 8, 9, 10, 11, 12};
   StorePPMFrame(dir.file("i").c_str(), first, second, 1, 4, GetParam().mode);
-  EXPECT_EQ(readBytes(dir.file("i.ppm")), std::string("P6\n1 4\n255\n") + std::string(GetParam().rows, 12));
+  EXPECT_EQ(readBytes(dir.file("i.ppm")),
+            std::string("P6\n1 4\n255\n") + std::string(GetParam().rows, 12));
 }
 
-INSTANTIATE_TEST_SUITE_P(Writers, StorePPMFrame_,
-                         ::testing::Values(InterlaceCase{1, "\x01\x02\x03\0\0\0\x04\x05\x06\0\0\0"},
-                                           InterlaceCase{-1, "\0\0\0\x07\x08\x09\0\0\0\x0A\x0B\x0C"},
-                                           InterlaceCase{0, "\x01\x02\x03\x07\x08\x09\x04\x05\x06\x0A\x0B\x0C"}));
+INSTANTIATE_TEST_SUITE_P(
+    Writers, StorePPMFrame_,
+    ::testing::Values(InterlaceCase{1, "\x01\x02\x03\0\0\0\x04\x05\x06\0\0\0"},
+                      InterlaceCase{-1, "\0\0\0\x07\x08\x09\0\0\0\x0A\x0B\x0C"},
+                      InterlaceCase{0, "\x01\x02\x03\x07\x08\x09\x04\x05\x06\x0A\x0B\x0C"}));
 
 struct StoreCase {
   Frame::CS_TYPE cs;
   int depth;
   PIXEL value;
-  int writer;          // 0 storePPM, 1 storePPM_8b, 2 storePPM_12b
-  std::string pixel;   // bytes after the header
+  int writer;         // 0 storePPM, 1 storePPM_8b, 2 storePPM_12b
+  std::string pixel;  // bytes after the header
 };
 
 class FrameStore : public ::testing::TestWithParam<StoreCase> {};
@@ -97,19 +102,19 @@ TEST_P(FrameStore, WritesGreyBytes) {
 
 INSTANTIATE_TEST_SUITE_P(
     Writers, FrameStore,
-    ::testing::Values(StoreCase{Frame::CS_RGB, 10, 1023, 0, "\xFF\xFF\xFF"},
-                      StoreCase{Frame::CS_RGB, 8, 200, 0, "\xC8\xC8\xC8"},
-                      StoreCase{Frame::CS_RGB, 6, 3, 0, "\x0C\x0C\x0C"},          // 3 << 2
-                      StoreCase{Frame::CS_RAW, 12, 100, 0, ""},
-                      StoreCase{Frame::CS_YUV422, 12, 100, 0, ""},
-                      StoreCase{Frame::CS_YUV, 8, 0x1AB, 0, "\xAB\xAB\xAB"},
-                      StoreCase{Frame::CS_YUV, 6, 3, 0, "\xC0\xC0\xC0"},          // three shifts by 2
-                      StoreCase{Frame::CS_YUV, 10, 1000, 0, "\x0F\x0F\x0F"},      // 250, (251)>>2, (63)>>2
-                      StoreCase{Frame::CS_YUV, 10, 1023, 0, "\x10\x10\x10"},      // 255, (256)>>2, (65)>>2
-                      StoreCase{Frame::CS_RAW, 12, 0x1FF, 1, "\xFF\xFF\xFF"},
-                      StoreCase{Frame::CS_RGB, 12, 4100, 2, std::string("\0\0\0", 3)},  // 256, low byte
-                      StoreCase{Frame::CS_RAW, 12, 5000, 2, "\xFF\xFF\xFF"},      // limited to 4095
-                      StoreCase{Frame::CS_RAW, 12, -5, 2, std::string("\0\0\0", 3)}));
+    ::testing::Values(
+        StoreCase{Frame::CS_RGB, 10, 1023, 0, "\xFF\xFF\xFF"},
+        StoreCase{Frame::CS_RGB, 8, 200, 0, "\xC8\xC8\xC8"},
+        StoreCase{Frame::CS_RGB, 6, 3, 0, "\x0C\x0C\x0C"},  // 3 << 2
+        StoreCase{Frame::CS_RAW, 12, 100, 0, ""}, StoreCase{Frame::CS_YUV422, 12, 100, 0, ""},
+        StoreCase{Frame::CS_YUV, 8, 0x1AB, 0, "\xAB\xAB\xAB"},
+        StoreCase{Frame::CS_YUV, 6, 3, 0, "\xC0\xC0\xC0"},      // three shifts by 2
+        StoreCase{Frame::CS_YUV, 10, 1000, 0, "\x0F\x0F\x0F"},  // 250, (251)>>2, (63)>>2
+        StoreCase{Frame::CS_YUV, 10, 1023, 0, "\x10\x10\x10"},  // 255, (256)>>2, (65)>>2
+        StoreCase{Frame::CS_RAW, 12, 0x1FF, 1, "\xFF\xFF\xFF"},
+        StoreCase{Frame::CS_RGB, 12, 4100, 2, std::string("\0\0\0", 3)},  // 256, low byte
+        StoreCase{Frame::CS_RAW, 12, 5000, 2, "\xFF\xFF\xFF"},            // limited to 4095
+        StoreCase{Frame::CS_RAW, 12, -5, 2, std::string("\0\0\0", 3)}));
 
 TEST(FrameStore, StorePPMYUVHasNoHeader) {
   TempDir dir;
@@ -120,13 +125,6 @@ TEST(FrameStore, StorePPMYUVHasNoHeader) {
   f.storePPMYUV(dir.file("y.yuv"));
   ::testing::internal::GetCapturedStdout();
   EXPECT_EQ(readBytes(dir.file("y.yuv")), "\x34\x34\x34\x56\x56\x56");
-}
-
-TEST(FrameStore, OpenFailureIsReported) {
-  Frame f(1, 1, Frame::CS_RGB);
-  ::testing::internal::CaptureStderr();
-  f.store("/nonexistent/dir/s.ppm");
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Error : StorePPM Failed\n");
 }
 
 TEST(FrameStore, AllTypesSelectedByMode) {
@@ -156,13 +154,6 @@ TEST(DumpFramePat, OneLinePerPixel) {
             "0001 0001 abc abc abc\n");
 }
 
-TEST(DumpFramePat, OpenFailureIsReported) {
-  Frame f(1, 1, Frame::CS_YUV);
-  ::testing::internal::CaptureStderr();
-  f.dumpFramePat("/nonexistent/dir/p.txt");
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "ERROR : cannot open file /nonexistent/dir/p.txt\n");
-}
-
 struct DumpCase {
   Frame::CS_TYPE cs;
   std::string bytes;
@@ -182,9 +173,12 @@ TEST_P(DumpFrame, WordsPerColourSpace) {
 INSTANTIATE_TEST_SUITE_P(
     Writers, DumpFrame,
     ::testing::Values(DumpCase{Frame::CS_RAW, std::string("\x34\x12\x56\x00", 4)},
-                      DumpCase{Frame::CS_RGB, std::string("\x34\x12\x34\x12\x34\x12\x56\x00\x56\x00\x56\x00", 12)},
-                      DumpCase{Frame::CS_YUV, std::string("\x34\x12\x34\x12\x34\x12\x56\x00\x56\x00\x56\x00", 12)},
-                      DumpCase{Frame::CS_YUV422, std::string("\x34\x12\x34\x12\x56\x00\x56\x00", 8)}));
+                      DumpCase{Frame::CS_RGB,
+                               std::string("\x34\x12\x34\x12\x34\x12\x56\x00\x56\x00\x56\x00", 12)},
+                      DumpCase{Frame::CS_YUV,
+                               std::string("\x34\x12\x34\x12\x34\x12\x56\x00\x56\x00\x56\x00", 12)},
+                      DumpCase{Frame::CS_YUV422,
+                               std::string("\x34\x12\x34\x12\x56\x00\x56\x00", 8)}));
 
 TEST(DumpFrame, OnlyWhenEnabledIsOne) {
   TempDir dir;
@@ -193,7 +187,8 @@ TEST(DumpFrame, OnlyWhenEnabledIsOne) {
   EXPECT_FALSE(std::filesystem::exists(dir.file("off.bin")));
   ::testing::internal::CaptureStdout();
   f.dumpFrame("/nonexistent/dir", "x", 1);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Failed to open file /nonexistent/dir/x.bin\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "Failed to open file /nonexistent/dir/x.bin\n");
 }
 
 }  // namespace
