@@ -66,14 +66,17 @@ struct PrefixTable {
     claim(kTruncateLayout.prefix, kModeTruncate);
     claim(kMinMaxLayout.prefix, kModeMinMax);
     claim(kDpcmLayout.prefix, kModeDpcm);
-    for (int k = 0; k < 6; ++k) claim({kEdgeLayouts[k].prefix, kEdgeLayouts[k].prefixLo}, kModeEdge2 + k);
+    for (int k = 0; k < 6; ++k)
+      claim({kEdgeLayouts[k].prefix, kEdgeLayouts[k].prefixLo}, kModeEdge2 + k);
     for (int c : claims) complete = complete && c == 1;
   }
 };
 inline constexpr PrefixTable kPrefixTable{};
 static_assert(kPrefixTable.complete, "the mode prefixes name every top byte exactly once");
 
-constexpr int modeOfCode(BlockCode code) { return kPrefixTable.mode[code >> 56]; }
+constexpr int modeOfCode(BlockCode code) {
+  return kPrefixTable.mode[code >> 56];
+}
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "block codes are stored little-endian");
 inline BlockCode loadCode(const unsigned char* bytes) {
@@ -81,7 +84,9 @@ inline BlockCode loadCode(const unsigned char* bytes) {
   std::memcpy(&c, bytes, sizeof c);
   return c;
 }
-inline void storeCode(BlockCode code, unsigned char* bytes) { std::memcpy(bytes, &code, sizeof code); }
+inline void storeCode(BlockCode code, unsigned char* bytes) {
+  std::memcpy(bytes, &code, sizeof code);
+}
 
 // The 64-boolean form used by the block's bool* entry points: element i is bit i.
 BlockCode packCode(const bool* elements);

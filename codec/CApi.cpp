@@ -479,7 +479,8 @@ int64_t fbc_register_address(size_t index) {
 int fbc_set_threads(fbc_codec* c, int threads) {
   if (c == nullptr) return FBC_ERR_NULL;
   if (threads < 1 || threads > 1024)
-    return fail(c, FBC_ERR_VALUE, "thread count " + std::to_string(threads) + " is not in [1, 1024]");
+    return fail(c, FBC_ERR_VALUE,
+                "thread count " + std::to_string(threads) + " is not in [1, 1024]");
   c->codec.Threads = threads;
   return FBC_OK;
 }

@@ -8,7 +8,8 @@
 
 #define INI_BUFFERSIZE 4096
 
-typedef int (*INI_CALLBACK)(const char* section, const char* key, const char* value, void* userData);
+typedef int (*INI_CALLBACK)(const char* section, const char* key, const char* value,
+                            void* userData);
 
 int ini_gets(const char* section, const char* key, const char* defValue, char* buffer,
              int bufferSize, const char* filename);
@@ -27,7 +28,7 @@ int ini_putf(const char* section, const char* key, float value, const char* file
 // An INI text held in memory instead of a file: the overloads below read it, and ini_puts edits it,
 // with exactly the rules of the file functions (the text stands for the whole file's bytes).
 struct IniText {
-    std::string* text;
+  std::string* text;
 };
 int ini_gets(const char* section, const char* key, const char* defValue, char* buffer,
              int bufferSize, IniText text);
@@ -41,9 +42,9 @@ int ini_puts(const char* section, const char* key, const char* value, IniText te
 // `text` the line as the readers keep it, without its terminator.
 enum class IniLineKind { Blank, Comment, Section, Key, Other };
 struct IniLineInfo {
-    int number;  // 1-based
-    IniLineKind kind;
-    std::string name;
-    std::string text;
+  int number;  // 1-based
+  IniLineKind kind;
+  std::string name;
+  std::string text;
 };
 std::vector<IniLineInfo> ini_lines(const std::string& text);

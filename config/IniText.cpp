@@ -1,10 +1,10 @@
 #include "config/IniText.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cctype>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -71,7 +71,8 @@ TextProblem checkIniStructure(const std::string& text, const std::vector<std::st
   TextProblem problem;
   if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
     problem.line = 1;
-    problem.reason = "UTF-8 byte order mark at the start (the readers would not see the first line)";
+    problem.reason =
+        "UTF-8 byte order mark at the start (the readers would not see the first line)";
     return problem;
   }
   const auto lower = [](std::string s) {
@@ -86,41 +87,41 @@ TextProblem checkIniStructure(const std::string& text, const std::vector<std::st
   for (const IniLineInfo& line : ini_lines(text)) {
     problem.line = line.number;
     switch (line.kind) {
-    case IniLineKind::Blank:
-    case IniLineKind::Comment:
-      break;
-    case IniLineKind::Other:
-      problem.reason = "'" + printable(line.text) + "' is neither a section, a key nor a comment";
-      return problem;
-    case IniLineKind::Section: {
-      if (std::find(sections.begin(), sections.end(), line.name) == sections.end()) {
-        problem.reason = "section [" + printable(line.name) + "] is not " + allowed;
+      case IniLineKind::Blank:
+      case IniLineKind::Comment:
+        break;
+      case IniLineKind::Other:
+        problem.reason = "'" + printable(line.text) + "' is neither a section, a key nor a comment";
         return problem;
+      case IniLineKind::Section: {
+        if (std::find(sections.begin(), sections.end(), line.name) == sections.end()) {
+          problem.reason = "section [" + printable(line.name) + "] is not " + allowed;
+          return problem;
+        }
+        const auto first = sectionLine.emplace(line.name, line.number);
+        if (!first.second) {
+          problem.reason = "section [" + line.name + "] appears twice (first at line " +
+                           std::to_string(first.first->second) + "); the readers ignore the second";
+          return problem;
+        }
+        section = line.name;
+        keyLine.clear();
+        break;
       }
-      const auto first = sectionLine.emplace(line.name, line.number);
-      if (!first.second) {
-        problem.reason = "section [" + line.name + "] appears twice (first at line " +
-                         std::to_string(first.first->second) + "); the readers ignore the second";
-        return problem;
+      case IniLineKind::Key: {
+        if (section.empty()) {
+          problem.reason = "key \"" + printable(line.name) + "\" before the first section";
+          return problem;
+        }
+        const auto first = keyLine.emplace(lower(line.name), line.number);
+        if (!first.second) {
+          problem.reason = "key \"" + printable(line.name) + "\" appears twice in [" + section +
+                           "] (first at line " + std::to_string(first.first->second) +
+                           "); the readers take the first";
+          return problem;
+        }
+        break;
       }
-      section = line.name;
-      keyLine.clear();
-      break;
-    }
-    case IniLineKind::Key: {
-      if (section.empty()) {
-        problem.reason = "key \"" + printable(line.name) + "\" before the first section";
-        return problem;
-      }
-      const auto first = keyLine.emplace(lower(line.name), line.number);
-      if (!first.second) {
-        problem.reason = "key \"" + printable(line.name) + "\" appears twice in [" + section +
-                         "] (first at line " + std::to_string(first.first->second) +
-                         "); the readers take the first";
-        return problem;
-      }
-      break;
-    }
     }
   }
   problem.line = 0;
@@ -141,11 +142,12 @@ bool parseIntegerList(const std::string& text, bool upperHex, std::vector<long l
     if (token.empty()) {
       error = text.find_first_not_of(" \t") == std::string::npos
                   ? "empty value"
-                  : "empty element " + std::to_string(values.size() + 1) + " in '" + printable(text) + "'";
+                  : "empty element " + std::to_string(values.size() + 1) + " in '" +
+                        printable(text) + "'";
       return false;
     }
-    const bool hex = token.size() > 2 && token[0] == '0' &&
-                     (token[1] == 'x' || (upperHex && token[1] == 'X'));
+    const bool hex =
+        token.size() > 2 && token[0] == '0' && (token[1] == 'x' || (upperHex && token[1] == 'X'));
     const std::size_t digits = hex ? 2 : (token[0] == '-' ? 1 : 0);
     const char* accepted = hex ? "0123456789abcdefABCDEF" : "0123456789";
     if (digits >= token.size() || token.find_first_not_of(accepted, digits) != std::string::npos) {
@@ -157,8 +159,9 @@ bool parseIntegerList(const std::string& text, bool upperHex, std::vector<long l
     const long long v = std::strtoll(token.c_str() + (hex ? 2 : 0), nullptr, hex ? 16 : 10);
     if (errno == ERANGE || (hex ? v > 0xFFFFFFFFLL : (v < -2147483648LL || v > 2147483647LL))) {
       error = "'" + token + "' is too " +
-              (hex ? "large (at most 0xffffffff)"
-                   : token[0] == '-' ? "small (at least -2147483648)" : "large (at most 2147483647)");
+              (hex               ? "large (at most 0xffffffff)"
+               : token[0] == '-' ? "small (at least -2147483648)"
+                                 : "large (at most 2147483647)");
       return false;
     }
     values.push_back(v);

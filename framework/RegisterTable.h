@@ -10,23 +10,23 @@
 // The register map: for each parameter (section, key) its checking and random ranges, defaults,
 // INI exclusion and the 16-bit register fields it occupies.
 class RegisterTable {
-public:
-    // Index of the parameter, or -1 when the table lacks it (exact, case-sensitive names).
-    int lookupParam(const std::string& section, const std::string& key) const;
-    const TParamInfo& getEntry(int index) const { return m_entries[static_cast<std::size_t>(index)]; }
-    int size() const { return static_cast<int>(m_entries.size()); }
-    const std::vector<TParamInfo>& entries() const { return m_entries; }
+ public:
+  // Index of the parameter, or -1 when the table lacks it (exact, case-sensitive names).
+  int lookupParam(const std::string& section, const std::string& key) const;
+  const TParamInfo& getEntry(int index) const { return m_entries[static_cast<std::size_t>(index)]; }
+  int size() const { return static_cast<int>(m_entries.size()); }
+  const std::vector<TParamInfo>& entries() const { return m_entries; }
 
-    // Adds a parameter; returns its index, or -1 when the name is already present.
-    int addParam(const TParamInfo& info);
-    void addField(int index, const TRegEntity& field) {
-        m_entries[static_cast<std::size_t>(index)].regs.push_back(field);
-    }
-    void clear();
+  // Adds a parameter; returns its index, or -1 when the name is already present.
+  int addParam(const TParamInfo& info);
+  void addField(int index, const TRegEntity& field) {
+    m_entries[static_cast<std::size_t>(index)].regs.push_back(field);
+  }
+  void clear();
 
-private:
-    std::vector<TParamInfo> m_entries;
-    std::map<std::pair<std::string, std::string>, int> m_index;
+ private:
+  std::vector<TParamInfo> m_entries;
+  std::map<std::pair<std::string, std::string>, int> m_index;
 };
 
 namespace fbc {

@@ -14,29 +14,29 @@ namespace fbc::fuzz {
 
 // Consumes the input from the front; an exhausted reader yields zeros.
 class ByteReader {
-public:
-    ByteReader(const std::uint8_t* data, std::size_t size) : m_data(data), m_size(size) {}
+ public:
+  ByteReader(const std::uint8_t* data, std::size_t size) : m_data(data), m_size(size) {}
 
-    std::uint8_t byte() { return m_pos < m_size ? m_data[m_pos++] : 0; }
-    std::uint16_t u16() {
-        const unsigned lo = byte();
-        return static_cast<std::uint16_t>(lo | (unsigned{byte()} << 8));
-    }
-    std::uint32_t u32() {
-        const std::uint32_t lo = u16();
-        return lo | (std::uint32_t{u16()} << 16);
-    }
-    // A value in lo..hi (inclusive), lo <= hi.
-    int inRange(int lo, int hi);
+  std::uint8_t byte() { return m_pos < m_size ? m_data[m_pos++] : 0; }
+  std::uint16_t u16() {
+    const unsigned lo = byte();
+    return static_cast<std::uint16_t>(lo | (unsigned{byte()} << 8));
+  }
+  std::uint32_t u32() {
+    const std::uint32_t lo = u16();
+    return lo | (std::uint32_t{u16()} << 16);
+  }
+  // A value in lo..hi (inclusive), lo <= hi.
+  int inRange(int lo, int hi);
 
-    bool empty() const { return m_pos >= m_size; }
-    const std::uint8_t* rest() const { return m_data + m_pos; }
-    std::size_t restSize() const { return m_size - (m_pos < m_size ? m_pos : m_size); }
+  bool empty() const { return m_pos >= m_size; }
+  const std::uint8_t* rest() const { return m_data + m_pos; }
+  std::size_t restSize() const { return m_size - (m_pos < m_size ? m_pos : m_size); }
 
-private:
-    const std::uint8_t* m_data;
-    std::size_t m_size;
-    std::size_t m_pos = 0;
+ private:
+  const std::uint8_t* m_data;
+  std::size_t m_size;
+  std::size_t m_pos = 0;
 };
 
 // The shipped register map, read once.
@@ -53,7 +53,7 @@ std::string writeScratchFile(const std::string& name, const std::uint8_t* data, 
 // finding and the replay test reports as a failure.
 [[noreturn]] void fail(const char* format, ...) __attribute__((format(printf, 1, 2)));
 inline void require(bool ok, const char* what) {
-    if (!ok) fail("%s", what);
+  if (!ok) fail("%s", what);
 }
 
 }  // namespace fbc::fuzz

@@ -38,7 +38,8 @@ namespace fbc {
 // then clamped by the accessor. Every filter has unit gain with its rounding offset, so a flat
 // field comes out flat:
 //   R/B site: green = cross average, the other colour = diagonal average (sums of 4, +2 >> 2)
-//   G site:   weights 1 2 1 over two columns (or rows) of the neighbouring colour (sum of 8, +4 >> 3)
+//   G site:   weights 1 2 1 over two columns (or rows) of the neighbouring colour (sum of 8, +4 >>
+//   3)
 void demosaicSite(const Frame& bayer, int cfa, int x, int y, int rgb[3]) {
   const int maxX = bayer.width - 1;
   const int maxY = bayer.height - 1;
@@ -65,9 +66,11 @@ void demosaicSite(const Frame& bayer, int cfa, int x, int y, int rgb[3]) {
   } else {
     const int green = c(x0, y0);
     const int horizontal = (c(xm1, ym2) + 2 * c(xm1, y0) + c(xm1, yp2) + c(xp1, ym2) +
-                            2 * c(xp1, y0) + c(xp1, yp2) + 4) >> 3;
+                            2 * c(xp1, y0) + c(xp1, yp2) + 4) >>
+                           3;
     const int vertical = (c(xm2, ym1) + 2 * c(x0, ym1) + c(xp2, ym1) + c(xm2, yp1) +
-                          2 * c(x0, yp1) + c(xp2, yp1) + 4) >> 3;
+                          2 * c(x0, yp1) + c(xp2, yp1) + 4) >>
+                         3;
     rgb[0] = site == 1 ? horizontal : vertical;
     rgb[1] = green;
     rgb[2] = site == 1 ? vertical : horizontal;

@@ -24,8 +24,8 @@ void appendFrameWords(std::string& out, const Frame& f, int bits, int nBytes, bo
   if (f.width <= 0 || f.height <= 0) return;
   const int wordBytes = std::max(nBytes, 0);
   const int perWord = bits > 0 ? std::max(1, 8 * wordBytes / bits) : f.width;
-  const std::size_t words =
-      static_cast<std::size_t>(f.height) * static_cast<std::size_t>((f.width + perWord - 1) / perWord);
+  const std::size_t words = static_cast<std::size_t>(f.height) *
+                            static_cast<std::size_t>((f.width + perWord - 1) / perWord);
   out.reserve(out.size() + words * (2 * static_cast<std::size_t>(wordBytes) + 1));
   std::vector<unsigned char> word(static_cast<std::size_t>(wordBytes) + 1);
   int x = 0;
@@ -54,7 +54,8 @@ void writeText(const char* name, const std::string& text) {
 //   byte k:   | next sample ... | sample n bits b-1..0 of byte |
 //   a sample that does not fit in the free 8-b bits of byte k carries its upper bits into
 //   bytes k+1, k+2, ...; the bytes are added to, not ORed, exactly as the reference packer does.
-void DataDumper::packLine(const Frame& f, int bits, int nBytes, unsigned char* buf, int& x, int& y) {
+void DataDumper::packLine(const Frame& f, int bits, int nBytes, unsigned char* buf, int& x,
+                          int& y) {
   if (nBytes > 0) std::memset(buf, 0, static_cast<std::size_t>(nBytes));
   if (x >= f.width || y >= f.height) return;
   if (bits < 1) {
@@ -145,10 +146,12 @@ void DataDumper::dumpPlainData(const char* name, const int* values, int count, i
   if (fp == nullptr) return;
   const unsigned mask = bits >= 32 ? 0xFFFFFFFFu : (bits <= 0 ? 0u : (1u << bits) - 1u);
   std::string text;
-  text.reserve(static_cast<std::size_t>(std::max(count, 0)) * static_cast<std::size_t>(std::max(digits, 1) + 1));
+  text.reserve(static_cast<std::size_t>(std::max(count, 0)) *
+               static_cast<std::size_t>(std::max(digits, 1) + 1));
   char line[64];
   for (int i = 0; i < count; ++i) {
-    const int n = std::snprintf(line, sizeof line, "%0*x\n", digits, static_cast<unsigned>(values[i]) & mask);
+    const int n =
+        std::snprintf(line, sizeof line, "%0*x\n", digits, static_cast<unsigned>(values[i]) & mask);
     text.append(line, static_cast<std::size_t>(std::min<int>(n, sizeof line - 1)));
   }
   std::fwrite(text.data(), 1, text.size(), fp);

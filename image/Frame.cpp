@@ -72,7 +72,9 @@ void Frame::convertDepth(int newDepth) {
   if (old != newDepth && height > 0 && width > 0) {
     const bool left = newDepth > old;
     const int d = left ? newDepth - old : old - newDepth;
-    const auto step = [left, d](PIXEL& v) { v = left ? shiftLeftStep(v, d) : shiftRightStep(v, d); };
+    const auto step = [left, d](PIXEL& v) {
+      v = left ? shiftLeftStep(v, d) : shiftRightStep(v, d);
+    };
     if (offsetX == 0 && offsetY == 0) {
       const std::size_t n = size();
       for (std::size_t i = 0; i < n; ++i) {

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <type_traits>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -29,7 +29,8 @@ enum CFA_TYPE_RGBIR {
 };
 
 // Two-dimensional pixel container. The buffer is owned through refCount; copies are deep, so the
-// count is 1 for every live buffer. Coordinates go through the offsets and are clamped to the edges.
+// count is 1 for every live buffer. Coordinates go through the offsets and are clamped to the
+// edges.
 template <class T>
 class Mat {
  public:
@@ -64,8 +65,8 @@ class Mat {
     if (n < 0 || static_cast<unsigned long long>(n) > static_cast<std::size_t>(-1) / sizeof(T)) {
       throw std::bad_array_new_length();
     }
-    T* buffer = static_cast<T*>(
-        ::operator new(static_cast<std::size_t>(n) * sizeof(T), std::align_val_t{kBufferAlignment}));
+    T* buffer = static_cast<T*>(::operator new (static_cast<std::size_t>(n) * sizeof(T),
+                                                std::align_val_t{kBufferAlignment}));
     std::uninitialized_value_construct_n(buffer, static_cast<std::size_t>(n));
     dropBuffer();
     data = buffer;
@@ -95,8 +96,9 @@ class Mat {
   T at(int x, int y) const { return data[clampedIndex(x, y)]; }
 
   std::size_t size() const {
-    return width > 0 && height > 0 ? static_cast<std::size_t>(width) * static_cast<std::size_t>(height)
-                                   : 0;
+    return width > 0 && height > 0
+               ? static_cast<std::size_t>(width) * static_cast<std::size_t>(height)
+               : 0;
   }
 
   int width = 0;
@@ -112,7 +114,7 @@ class Mat {
   void dropBuffer() {
     if (refCount == nullptr) return;
     if (*refCount == 1) {
-      ::operator delete(data, std::align_val_t{kBufferAlignment});
+      ::operator delete (data, std::align_val_t{kBufferAlignment});
       delete refCount;
       data = nullptr;
       refCount = nullptr;
@@ -207,8 +209,8 @@ class Frame : public Mat<PIXEL> {
 
   // Readers: the file is base + "_" + index (at least four digits) + extension.
   void readPPM(const std::string& base, int index, int maxWidth, int maxHeight, int cfa_, int bits);
-  void readRAW(const std::string& base, int index, int w, int h, int mode, int fileDepth, int ignored,
-               int targetDepth);
+  void readRAW(const std::string& base, int index, int w, int h, int mode, int fileDepth,
+               int ignored, int targetDepth);
   void readRAWYC(const std::string& base, int index, int w, int h);
   void readCRW(const std::string& base, int index, int isCRW);
 

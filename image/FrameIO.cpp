@@ -49,7 +49,9 @@ void writeGreyPixels(std::FILE* fp, const Frame& f, ToByte toByte) {
   std::fwrite(bytes.data(), 1, bytes.size(), fp);
 }
 
-int shiftLeftBits(int v, int n) { return static_cast<int>(static_cast<unsigned>(v) << n); }
+int shiftLeftBits(int v, int n) {
+  return static_cast<int>(static_cast<unsigned>(v) << n);
+}
 
 // YUV frames reach 8 bits in three passes, one per aliased component; the second and third
 // passes round, with half an output step above mid-range and a quarter below.
@@ -153,7 +155,9 @@ void Frame::readCRW(const std::string& base, int index, int isCRW) {
   delete[] samples;
 }
 
-void Frame::store(const std::string& name) const { storePPM(name); }
+void Frame::store(const std::string& name) const {
+  storePPM(name);
+}
 
 void Frame::storePPM(const std::string& name) const {
   std::FILE* fp = openPpm(name);
@@ -161,7 +165,8 @@ void Frame::storePPM(const std::string& name) const {
   writePpmHeader(fp, width, height);
   if (cs == CS_RGB) {
     const int d = depth;
-    writeGreyPixels(fp, *this, [d](int v) { return d > 8 ? v >> (d - 8) : shiftLeftBits(v, 8 - d); });
+    writeGreyPixels(fp, *this,
+                    [d](int v) { return d > 8 ? v >> (d - 8) : shiftLeftBits(v, 8 - d); });
   } else if (cs == CS_YUV) {
     const int d = depth;
     writeGreyPixels(fp, *this, [d](int v) { return yuvTo8Bits(v, d); });
@@ -232,10 +237,18 @@ void Frame::dumpFrame(const std::string& dir, const std::string& name, int enabl
   // 16-bit little-endian words, repeated once per component the colour space carries.
   int words = 0;
   switch (cs) {
-    case CS_RAW: words = 1; break;
-    case CS_RGB: words = 3; break;
-    case CS_YUV: words = 3; break;
-    case CS_YUV422: words = 2; break;
+    case CS_RAW:
+      words = 1;
+      break;
+    case CS_RGB:
+      words = 3;
+      break;
+    case CS_YUV:
+      words = 3;
+      break;
+    case CS_YUV422:
+      words = 2;
+      break;
   }
   if (words > 0) {
     std::vector<unsigned char> bytes;

@@ -34,11 +34,14 @@ void CPPM2::appendpixel(int r, int g, int b) {
 }
 
 void CPPM2::appendpixel16b(int r, int g, int b) {
-  *this << std::min(r, maximum) << ' ' << std::min(g, maximum) << ' ' << std::min(b, maximum) << " \n";
+  *this << std::min(r, maximum) << ' ' << std::min(g, maximum) << ' ' << std::min(b, maximum)
+        << " \n";
   if (++column >= width) column = 0;
 }
 
-void CPPM2::closeppm() { close(); }
+void CPPM2::closeppm() {
+  close();
+}
 
 void StorePPM(const char* name, const unsigned char* rgb, int width, int height) {
   CPPM2 ppm;

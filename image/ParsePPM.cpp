@@ -1,8 +1,8 @@
 #include "image/ParsePPM.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -86,7 +86,8 @@ bool readFile(const std::string& path, std::vector<unsigned char>& bytes, std::s
   bytes.clear();
   unsigned char chunk[1 << 16];
   std::size_t got = 0;
-  while ((got = std::fread(chunk, 1, sizeof chunk, fp)) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
+  while ((got = std::fread(chunk, 1, sizeof chunk, fp)) > 0)
+    bytes.insert(bytes.end(), chunk, chunk + got);
   const bool failed = std::ferror(fp) != 0;
   std::fclose(fp);
   if (failed) {
@@ -198,7 +199,8 @@ void unpackRawWords(const unsigned char* bytes, std::size_t count, int mode, uns
 
 // 4:2:2 words keep their low 10 bits, the width of the chroma path.
 void unpackYuvWords(const unsigned char* bytes, std::size_t count, unsigned short* out) {
-  for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<unsigned short>(littleEndianWord(bytes, i) & 0x3FFu);
+  for (std::size_t i = 0; i < count; ++i)
+    out[i] = static_cast<unsigned short>(littleEndianWord(bytes, i) & 0x3FFu);
 }
 
 // A decimal field. Digits worth more than 32 bits set `tooLarge` instead of wrapping.
@@ -229,7 +231,8 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
   for (int i = 0; i < 4; ++i) {
     if (!cur.atEnd()) fields[i] = cur.token();
     if (fields[i].empty()) {
-      error = path + (bytes.empty() ? ": empty file" : std::string(": header ends before the ") + fieldNames[i]);
+      error = path + (bytes.empty() ? ": empty file"
+                                    : std::string(": header ends before the ") + fieldNames[i]);
       return false;
     }
     if (i == 0) {
@@ -248,12 +251,13 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
   for (int i = 1; i < 4; ++i) {
     bool tooLarge = false;
     if (!parseNumber(fields[i], values[i - 1], tooLarge)) {
-      error = path + ": " + fieldNames[i] + " " + fbc::quotedBytes(fields[i].substr(0, 16)) + " is not a number";
+      error = path + ": " + fieldNames[i] + " " + fbc::quotedBytes(fields[i].substr(0, 16)) +
+              " is not a number";
       return false;
     }
     if (tooLarge) {
-      error = path + ": " + fieldNames[i] + " " + fields[i].substr(0, 24) + " is too large (at most " +
-              std::to_string(limits[i - 1]) + ")";
+      error = path + ": " + fieldNames[i] + " " + fields[i].substr(0, 24) +
+              " is too large (at most " + std::to_string(limits[i - 1]) + ")";
       return false;
     }
   }
@@ -264,11 +268,13 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
   image.height = static_cast<int>(values[1]);
   image.maxval = values[2];
   if (image.maxval < 1 || image.maxval > 65535) {
-    error = path + ": maximum value " + std::to_string(image.maxval) + " is out of range (1..65535)";
+    error =
+        path + ": maximum value " + std::to_string(image.maxval) + " is out of range (1..65535)";
     return false;
   }
 
-  const std::size_t n = static_cast<std::size_t>(image.width) * static_cast<std::size_t>(image.height) *
+  const std::size_t n = static_cast<std::size_t>(image.width) *
+                        static_cast<std::size_t>(image.height) *
                         static_cast<std::size_t>(image.channels);
   const std::string sizeText = std::to_string(image.width) + "x" + std::to_string(image.height);
   const bool ascii = image.magic == "P3" || image.magic == "P2";
@@ -287,12 +293,13 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
       unsigned v = 0;
       bool tooLarge = false;
       if (!parseNumber(token, v, tooLarge)) {
-        error = path + ": sample " + std::to_string(i) + " " + fbc::quotedBytes(token.substr(0, 16)) +
-                " is not a number";
+        error = path + ": sample " + std::to_string(i) + " " +
+                fbc::quotedBytes(token.substr(0, 16)) + " is not a number";
         return false;
       }
       if (tooLarge || v > image.maxval) {
-        error = path + ": sample " + std::to_string(i) + " is " + (tooLarge ? token.substr(0, 24) : std::to_string(v)) +
+        error = path + ": sample " + std::to_string(i) + " is " +
+                (tooLarge ? token.substr(0, 24) : std::to_string(v)) +
                 ", above the maximum value " + std::to_string(image.maxval);
         return false;
       }
@@ -314,7 +321,8 @@ bool parsePnmImpl(const std::string& path, bool allowGrey, fbc::PnmImage& image,
   image.samples.assign(n, 0);
   const unsigned char* p = bytes.data() + cur.pos;
   for (std::size_t i = 0; i < n; ++i) {
-    const unsigned v = bytesPerSample == 2 ? (static_cast<unsigned>(p[2 * i]) << 8) | p[2 * i + 1] : p[i];
+    const unsigned v =
+        bytesPerSample == 2 ? (static_cast<unsigned>(p[2 * i]) << 8) | p[2 * i + 1] : p[i];
     if (v > image.maxval) {
       error = path + ": sample " + std::to_string(i) + " is " + std::to_string(v) +
               ", above the maximum value " + std::to_string(image.maxval);
@@ -375,7 +383,8 @@ void ParsePPMFile_all(const char* name, unsigned int& width, unsigned int& heigh
     in.seekg(0, std::ios::end);
     const std::streamoff stop = in.tellg();
     in.seekg(start);
-    const std::size_t avail = start >= 0 && stop > start ? static_cast<std::size_t>(stop - start) : 0;
+    const std::size_t avail =
+        start >= 0 && stop > start ? static_cast<std::size_t>(stop - start) : 0;
     const std::size_t present = std::min(count, (avail + bytesPerSample - 1) / bytesPerSample);
     std::vector<unsigned char> bytes(present * bytesPerSample, 0);
     in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
@@ -505,7 +514,8 @@ std::string quotedBytes(const std::string& bytes) {
     } else if (b >= 0x20 && b < 0x7F) {
       out += c;
     } else {
-      const char octal[] = {'\\', static_cast<char>('0' + (b >> 6)), static_cast<char>('0' + ((b >> 3) & 7)),
+      const char octal[] = {'\\', static_cast<char>('0' + (b >> 6)),
+                            static_cast<char>('0' + ((b >> 3) & 7)),
                             static_cast<char>('0' + (b & 7)), '\0'};
       out += octal;
     }
@@ -543,8 +553,8 @@ bool parseRAW(const std::string& path, int width, int height, int mode,
   if (!checkPictureSize(path, width, height, 1, error)) return false;
   const std::size_t n = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
   std::vector<unsigned char> bytes;
-  const std::string expectation = std::to_string(width) + "x" + std::to_string(height) +
-                                  " samples of 2 bytes";
+  const std::string expectation =
+      std::to_string(width) + "x" + std::to_string(height) + " samples of 2 bytes";
   if (!readFileBytes(path, 2 * n, expectation, bytes, error)) return false;
   samples.resize(n);
   unpackRawWords(bytes.data(), n, mode, samples.data());
@@ -556,8 +566,8 @@ bool parseYUV422(const std::string& path, int width, int height,
   if (!checkPictureSize(path, width, height, 2, error)) return false;
   const std::size_t n = 2 * static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
   std::vector<unsigned char> bytes;
-  const std::string expectation = std::to_string(width) + "x" + std::to_string(height) +
-                                  " pixels of two 2-byte words";
+  const std::string expectation =
+      std::to_string(width) + "x" + std::to_string(height) + " pixels of two 2-byte words";
   if (!readFileBytes(path, 2 * n, expectation, bytes, error)) return false;
   samples.resize(n);
   unpackYuvWords(bytes.data(), n, samples.data());

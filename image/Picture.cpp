@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <random>
@@ -18,7 +18,8 @@ namespace {
 constexpr int kToolDepth = 12;
 constexpr int kToolMax = (1 << kToolDepth) - 1;
 
-bool loadPpm(const std::string& path, const PictureOptions& options, Frame& frame, std::string& error) {
+bool loadPpm(const std::string& path, const PictureOptions& options, Frame& frame,
+             std::string& error) {
   int width = 0;
   int height = 0;
   std::vector<std::uint16_t> rgb;
@@ -44,13 +45,15 @@ bool loadPgm(const std::string& path, Frame& frame, std::string& error) {
   return true;
 }
 
-bool loadRaw(const std::string& path, const PictureOptions& options, Frame& frame, std::string& error) {
+bool loadRaw(const std::string& path, const PictureOptions& options, Frame& frame,
+             std::string& error) {
   if (options.width <= 0 || options.height <= 0) {
     error = path + ": a raw picture needs a width and a height";
     return false;
   }
   if (options.rawMode < kRawPlain16 || options.rawMode > 4) {
-    error = path + ": raw packing mode " + std::to_string(options.rawMode) + " is out of range (0..4)";
+    error =
+        path + ": raw packing mode " + std::to_string(options.rawMode) + " is out of range (0..4)";
     return false;
   }
   if (!checkPictureSize(path, options.width, options.height, 1, error)) return false;
@@ -63,16 +66,17 @@ bool loadRaw(const std::string& path, const PictureOptions& options, Frame& fram
   const unsigned long long expected = 2ULL * static_cast<unsigned long long>(options.width) *
                                       static_cast<unsigned long long>(options.height);
   if (fileSize != expected) {
-    error = path + ": size " + std::to_string(fileSize) + " bytes, expected " + std::to_string(expected) +
-            " (" + std::to_string(options.width) + "x" + std::to_string(options.height) +
-            " samples of 2 bytes)";
+    error = path + ": size " + std::to_string(fileSize) + " bytes, expected " +
+            std::to_string(expected) + " (" + std::to_string(options.width) + "x" +
+            std::to_string(options.height) + " samples of 2 bytes)";
     return false;
   }
   std::vector<std::uint16_t> samples;
   const int mode = options.rawMode == kRawPlain16 ? 3 : options.rawMode;
   if (!parseRAW(path, options.width, options.height, mode, samples, error)) return false;
   if (!checkPlainSamples(path, samples.data(), options.width, samples.size(), error)) return false;
-  Frame f(options.width, options.height, Frame::CS_RAW, kToolDepth, static_cast<CFA_TYPE_HW>(options.cfa));
+  Frame f(options.width, options.height, Frame::CS_RAW, kToolDepth,
+          static_cast<CFA_TYPE_HW>(options.cfa));
   for (std::size_t i = 0; i < samples.size(); ++i) f.data[i] = samples[i];
   frame = std::move(f);
   return true;
@@ -102,9 +106,11 @@ void appendSamples(std::string& out, const int* values, std::size_t count, int m
 
 bool checkRgb(const std::string& path, const RgbImage& image, std::string& error) {
   if (image.width < 0 || image.height < 0 ||
-      image.rgb.size() != 3 * static_cast<std::size_t>(image.width) * static_cast<std::size_t>(image.height)) {
-    error = path + ": picture holds " + std::to_string(image.rgb.size()) + " values, expected 3 per pixel of " +
-            std::to_string(image.width) + "x" + std::to_string(image.height);
+      image.rgb.size() !=
+          3 * static_cast<std::size_t>(image.width) * static_cast<std::size_t>(image.height)) {
+    error = path + ": picture holds " + std::to_string(image.rgb.size()) +
+            " values, expected 3 per pixel of " + std::to_string(image.width) + "x" +
+            std::to_string(image.height);
     return false;
   }
   return true;
@@ -112,8 +118,8 @@ bool checkRgb(const std::string& path, const RgbImage& image, std::string& error
 
 }  // namespace
 
-bool checkPlainSamples(const std::string& path, const std::uint16_t* samples, int width, std::size_t count,
-                       std::string& error) {
+bool checkPlainSamples(const std::string& path, const std::uint16_t* samples, int width,
+                       std::size_t count, std::string& error) {
   std::uint16_t high = 0;
   for (std::size_t i = 0; i < count; ++i) high |= samples[i];
   if (high <= kToolMax) return true;
@@ -121,8 +127,8 @@ bool checkPlainSamples(const std::string& path, const std::uint16_t* samples, in
     if (samples[i] > kToolMax) {
       const std::size_t x = i % static_cast<std::size_t>(width);
       const std::size_t y = i / static_cast<std::size_t>(width);
-      error = path + ": sample " + std::to_string(samples[i]) + " at pixel (" + std::to_string(x) + ", " +
-              std::to_string(y) + ") is above " + std::to_string(kToolMax);
+      error = path + ": sample " + std::to_string(samples[i]) + " at pixel (" + std::to_string(x) +
+              ", " + std::to_string(y) + ") is above " + std::to_string(kToolMax);
       return false;
     }
   }
@@ -183,7 +189,8 @@ bool writePpm16(const std::string& path, const RgbImage& image, std::string& err
 bool writePgm8(const std::string& path, const Frame& frame, int depth, std::string& error) {
   std::string out = pnmHeader("P5", frame.width, frame.height, 255);
   out.reserve(out.size() + frame.size());
-  for (std::size_t i = 0; i < frame.size(); ++i) out.push_back(static_cast<char>(to8Bits(frame.data[i], depth)));
+  for (std::size_t i = 0; i < frame.size(); ++i)
+    out.push_back(static_cast<char>(to8Bits(frame.data[i], depth)));
   return writeFileAtomically(path, out, error);
 }
 
@@ -255,7 +262,9 @@ std::string uniqueSuffix() {
 
 }  // namespace
 
-OutputFile::~OutputFile() { discard(); }
+OutputFile::~OutputFile() {
+  discard();
+}
 
 void OutputFile::discard() {
   if (fp_ != nullptr) std::fclose(fp_);
@@ -321,7 +330,8 @@ bool OutputFile::commit(std::string& error) {
   return true;
 }
 
-bool writeFileAtomically(const std::string& path, const void* data, std::size_t size, std::string& error) {
+bool writeFileAtomically(const std::string& path, const void* data, std::size_t size,
+                         std::string& error) {
   OutputFile file;
   return file.open(path, error) && file.write(data, size, error) && file.commit(error);
 }

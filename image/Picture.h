@@ -16,8 +16,8 @@ namespace fbc {
 constexpr int kRawPlain16 = -1;
 
 struct PictureOptions {
-  int cfa = CFA_RGGB;       // Bayer layout a colour picture is sampled with
-  int width = 0;            // size of headerless raw files
+  int cfa = CFA_RGGB;  // Bayer layout a colour picture is sampled with
+  int width = 0;       // size of headerless raw files
   int height = 0;
   int rawMode = kRawPlain16;  // or a packing 0..4 as ParseRAWFile reads it
 };
@@ -31,8 +31,8 @@ bool loadPicture(const std::string& path, const PictureOptions& options, Frame& 
 
 // Plain raw samples of a picture `width` wide: true when all are 0..4095, else false with the
 // message naming the first sample above, in raster order, and its pixel.
-bool checkPlainSamples(const std::string& path, const std::uint16_t* samples, int width, std::size_t count,
-                       std::string& error);
+bool checkPlainSamples(const std::string& path, const std::uint16_t* samples, int width,
+                       std::size_t count, std::string& error);
 
 // Three values per pixel (R, G, B), row-major.
 struct RgbImage {
@@ -97,8 +97,10 @@ class OutputFile {
 
 // The whole of `data` through an OutputFile: a failed write never leaves a truncated file under
 // the final name.
-bool writeFileAtomically(const std::string& path, const void* data, std::size_t size, std::string& error);
-inline bool writeFileAtomically(const std::string& path, const std::string& bytes, std::string& error) {
+bool writeFileAtomically(const std::string& path, const void* data, std::size_t size,
+                         std::string& error);
+inline bool writeFileAtomically(const std::string& path, const std::string& bytes,
+                                std::string& error) {
   return writeFileAtomically(path, bytes.data(), bytes.size(), error);
 }
 

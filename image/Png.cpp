@@ -175,9 +175,13 @@ bool readPng(const std::string& path, PngImage&, std::string& error) {
   return false;
 }
 
-bool isColourPng(const std::string&) { return false; }
+bool isColourPng(const std::string&) {
+  return false;
+}
 
-std::string pngBytes(const PngImage&, int) { throw std::runtime_error(kNoPng); }
+std::string pngBytes(const PngImage&, int) {
+  throw std::runtime_error(kNoPng);
+}
 #else
 bool readPng(const std::string& path, PngImage& image, std::string& error) {
   std::FILE* file = std::fopen(path.c_str(), "rb");

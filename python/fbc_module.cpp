@@ -172,7 +172,8 @@ class Codec {
   void setThreads(const py::handle& n) {
     const int v = static_cast<int>(integerArg(n, "threads", 1, 1024));
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (const int rc = fbc_set_threads(codec_.get(), v); rc != FBC_OK) raise(codec_.get(), rc, "threads");
+    if (const int rc = fbc_set_threads(codec_.get(), v); rc != FBC_OK)
+      raise(codec_.get(), rc, "threads");
     threads_ = v;
   }
 

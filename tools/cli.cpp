@@ -1,7 +1,7 @@
 #include "tools/cli.h"
 
-#include <sched.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,9 +23,15 @@
 
 namespace fbc::cli {
 
-void usageError(const std::string& message) { throw Error(kExitUsage, message); }
-void inputError(const std::string& message) { throw Error(kExitUsage, message); }
-void failure(const std::string& message) { throw Error(kExitFailure, message); }
+void usageError(const std::string& message) {
+  throw Error(kExitUsage, message);
+}
+void inputError(const std::string& message) {
+  throw Error(kExitUsage, message);
+}
+void failure(const std::string& message) {
+  throw Error(kExitFailure, message);
+}
 
 namespace {
 
@@ -40,23 +46,30 @@ std::string plural(int n, const char* word) {
   return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
 }
 
-std::string systemError() { return std::strerror(errno); }
+std::string systemError() {
+  return std::strerror(errno);
+}
 
 // After a failed write to standard output, with errno as the write left it.
 [[noreturn]] void standardOutputFailed() {
   if (errno == EPIPE) throw StandardOutputClosed();
-  failure("standard output: write failed" + (errno != 0 ? " (" + systemError() + ")" : std::string()));
+  failure("standard output: write failed" +
+          (errno != 0 ? " (" + systemError() + ")" : std::string()));
 }
 
 }  // namespace
 
 const OptionSpec kOptWidth{"width", "W", "image width in pixels, 1..65536"};
-const OptionSpec kOptHeight{"height", "H", "image height in pixels, 1..65536 (at most 2^28 pixels)"};
-const OptionSpec kOptCfa{"cfa", "N", "Bayer layout 0..3 (0 RGGB, 1 GRBG, 2 BGGR, 3 GBRG), default 0"};
+const OptionSpec kOptHeight{"height", "H",
+                            "image height in pixels, 1..65536 (at most 2^28 pixels)"};
+const OptionSpec kOptCfa{"cfa", "N",
+                         "Bayer layout 0..3 (0 RGGB, 1 GRBG, 2 BGGR, 3 GBRG), default 0"};
 const OptionSpec kOptFrameIndex{"frame-index", "N", "frame number, 0 or more, default 0"};
-const OptionSpec kOptRawMode{"raw-mode", "N", "packing 0..4 of a .raw input (see above); default plain samples"};
+const OptionSpec kOptRawMode{"raw-mode", "N",
+                             "packing 0..4 of a .raw input (see above); default plain samples"};
 
-const OptionSpec kOptThreads{"threads", "N", "threads coding the frame's rows, default: one per processor"};
+const OptionSpec kOptThreads{"threads", "N",
+                             "threads coding the frame's rows, default: one per processor"};
 
 int defaultThreads() {
   cpu_set_t set;
@@ -70,7 +83,9 @@ int threadsOption(const Args& args) {
   return static_cast<int>(args.integer("threads", 1, 1024, std::min(defaultThreads(), 1024)));
 }
 
-int cfaOption(const Args& args) { return static_cast<int>(args.integer("cfa", 0, 3, 0)); }
+int cfaOption(const Args& args) {
+  return static_cast<int>(args.integer("cfa", 0, 3, 0));
+}
 int frameIndexOption(const Args& args) {
   return static_cast<int>(args.integer("frame-index", 0, 0x7FFFFFFF, 0));
 }
@@ -114,13 +129,14 @@ std::uint64_t Args::seed(std::uint64_t max) const {
   const std::string& text = value("seed");
   const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
   const std::size_t digits = hex ? 2 : 0;
-  if (text.size() == digits ||
-      text.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789", digits) != std::string::npos) {
+  if (text.size() == digits || text.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789",
+                                                      digits) != std::string::npos) {
     usageError("--seed: '" + text + "' is not a decimal or 0x hexadecimal integer");
   }
   errno = 0;
   const unsigned long long v = std::strtoull(text.c_str() + digits, nullptr, hex ? 16 : 10);
-  if (errno == ERANGE || v > max) usageError("--seed: " + text + " is out of range 0.." + std::to_string(max));
+  if (errno == ERANGE || v > max)
+    usageError("--seed: " + text + " is out of range 0.." + std::to_string(max));
   return v;
 }
 
@@ -189,12 +205,12 @@ bool parseArgs(const CommandSpec& cmd, const std::vector<std::string>& argv, Arg
   }
   const int n = static_cast<int>(args.positional_.size());
   if (n < cmd.minPositional || n > cmd.maxPositional) {
-    const std::string expected = cmd.minPositional == cmd.maxPositional
-                                     ? plural(cmd.minPositional, "argument")
-                                     : std::to_string(cmd.minPositional) + " to " +
-                                           plural(cmd.maxPositional, "argument");
-    usageError("expected " + expected + ", got " + std::to_string(n) + " (usage: fbc " +
-               cmd.name + " " + cmd.synopsis + ")");
+    const std::string expected =
+        cmd.minPositional == cmd.maxPositional
+            ? plural(cmd.minPositional, "argument")
+            : std::to_string(cmd.minPositional) + " to " + plural(cmd.maxPositional, "argument");
+    usageError("expected " + expected + ", got " + std::to_string(n) + " (usage: fbc " + cmd.name +
+               " " + cmd.synopsis + ")");
   }
   return true;
 }
@@ -254,8 +270,8 @@ InputMap::InputMap(const std::string& path, std::uint64_t expected, const std::s
   } closer{fd};
   if (::fstat(fd, &st) != 0) inputError(path + ": cannot read: " + systemError());
   if (static_cast<std::uint64_t>(st.st_size) != expected) {
-    inputError(path + ": size " + std::to_string(st.st_size) + " bytes, expected " + std::to_string(expected) +
-               " (" + layout + ")");
+    inputError(path + ": size " + std::to_string(st.st_size) + " bytes, expected " +
+               std::to_string(expected) + " (" + layout + ")");
   }
   size_ = static_cast<std::size_t>(expected);
   if (size_ == 0) return;
@@ -322,7 +338,8 @@ void flushStandardOutput() {
 }
 
 ScratchDir::ScratchDir(const std::string& parent) {
-  const std::string base = parent.empty() ? std::filesystem::temp_directory_path().string() : parent;
+  const std::string base =
+      parent.empty() ? std::filesystem::temp_directory_path().string() : parent;
   std::string pattern = base + "/.fbc-XXXXXX";
   const SignalsHeld held;
   if (::mkdtemp(pattern.data()) == nullptr) {
@@ -347,7 +364,8 @@ void checkOutputDirectory(const std::string& dir) {
     at = parent.empty() ? fs::path(".") : parent;
   }
   if (fs::exists(at, ec) && !fs::is_directory(at, ec)) {
-    usageError(at.string() + ": not a directory" + (at == dir ? "" : " (in the way of " + dir + ")"));
+    usageError(at.string() + ": not a directory" +
+               (at == dir ? "" : " (in the way of " + dir + ")"));
   }
 }
 
@@ -360,7 +378,8 @@ void ensureDirectory(const std::string& dir) {
   }
 }
 
-void refuseOverwritingInputs(const std::vector<std::string>& inputs, const std::vector<std::string>& outputs) {
+void refuseOverwritingInputs(const std::vector<std::string>& inputs,
+                             const std::vector<std::string>& outputs) {
   for (const std::string& out : outputs) {
     struct stat o {};
     if (out == "-" || ::stat(out.c_str(), &o) != 0) continue;
@@ -414,8 +433,9 @@ Frame readInputImage(const std::string& path, const Args& args) {
   std::string error;
   if (!loadPictureOrPng(path, options, frame, error)) inputError(error);
   if ((width != 0 && width != frame.width) || (height != 0 && height != frame.height)) {
-    inputError(path + ": picture is " + std::to_string(frame.width) + "x" + std::to_string(frame.height) +
-               ", but --width/--height give " + std::to_string(width != 0 ? width : frame.width) + "x" +
+    inputError(path + ": picture is " + std::to_string(frame.width) + "x" +
+               std::to_string(frame.height) + ", but --width/--height give " +
+               std::to_string(width != 0 ? width : frame.width) + "x" +
                std::to_string(height != 0 ? height : frame.height));
   }
   return frame;

@@ -122,7 +122,9 @@ struct Size {
 Size imageSize(const Args& args);
 
 // The compressed frame's row length: the width rounded up to a whole number of 8-pixel blocks.
-inline int paddedWidth(int width) { return (width + 7) & ~7; }
+inline int paddedWidth(int width) {
+  return (width + 7) & ~7;
+}
 
 // The whole file, which must be exactly `expected` bytes long; `layout` says what those bytes
 // are and ends up in the error ("128 (8x8 samples of 2 bytes)").
@@ -198,7 +200,8 @@ void ensureDirectory(const std::string& dir);
 
 // An output that is the same file as one of the inputs (same device and inode, by any path or
 // link) is a usage Error, raised before anything is read. Names that do not exist yet pass.
-void refuseOverwritingInputs(const std::vector<std::string>& inputs, const std::vector<std::string>& outputs);
+void refuseOverwritingInputs(const std::vector<std::string>& inputs,
+                             const std::vector<std::string>& outputs);
 // The files a coding command reads: the picture or frame `in`, --params and --registers.
 std::vector<std::string> inputFiles(const Args& args, const std::string& in);
 
@@ -220,14 +223,14 @@ class ScratchDir {
 };
 
 // The input pictures readInputImage takes, for the help of the commands that read one.
-#define FBC_INPUT_PICTURE_HELP                                                                   \
-  "IN is a .png (grey as a .pgm, colour as a .ppm; 8 or 16 bits), a .ppm (colour, sampled into\n" \
+#define FBC_INPUT_PICTURE_HELP                                                                     \
+  "IN is a .png (grey as a .pgm, colour as a .ppm; 8 or 16 bits), a .ppm (colour, sampled into\n"  \
   "the Bayer mosaic of --cfa), a .pgm (grey) or a .raw (W x H little-endian 16-bit words: plain\n" \
-  "samples 0..4095, or by --raw-mode 0 nibble-rotated, 1 upper 12 bits, 2 byte-swapped upper\n"   \
-  "12 bits, 3 as stored, 4 packed 10-bit).\n"                                                     \
-  "Pictures are scaled to 12 bits and take their size from their header; --width and\n"          \
-  "--height are then optional and must agree with it. A picture holds at most 2^28 samples\n"    \
-  "and 65536 on a side: 2^28 pixels of a .pgm or .raw, a third as many of a .ppm (three\n"        \
+  "samples 0..4095, or by --raw-mode 0 nibble-rotated, 1 upper 12 bits, 2 byte-swapped upper\n"    \
+  "12 bits, 3 as stored, 4 packed 10-bit).\n"                                                      \
+  "Pictures are scaled to 12 bits and take their size from their header; --width and\n"            \
+  "--height are then optional and must agree with it. A picture holds at most 2^28 samples\n"      \
+  "and 65536 on a side: 2^28 pixels of a .pgm or .raw, a third as many of a .ppm (three\n"         \
   "samples per pixel)."
 
 // Fails with an input Error unless `path` opens and is a regular file.

@@ -30,11 +30,13 @@ const CommandSpec kSpec{
     "threads (default one per processor; the copy is split the same way). Each path runs once to\n"
     "warm up, then N times (default 20); the median is reported. --json prints one JSON object\n"
     "instead of the table.",
-    {kOptWidth, kOptHeight, {"repeat", "N", "timed runs per path, default 20"}, kOptThreads,
+    {kOptWidth,
+     kOptHeight,
+     {"repeat", "N", "timed runs per path, default 20"},
+     kOptThreads,
      {"json", nullptr, "one JSON object on standard output"}},
     0,
     0};
-
 
 // The demo chart tiled to w x h: every mode has its share.
 Frame chartFrame(int w, int h) {
@@ -109,7 +111,8 @@ int runBench(const Words& argv) {
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
   const int width = static_cast<int>(args.integer("width", 1, kMaxSide, 3840));
   const int height = static_cast<int>(args.integer("height", 1, kMaxSide, 2160));
-  if (static_cast<long long>(width) * height > kMaxPixels) usageError("--width x --height: too many pixels");
+  if (static_cast<long long>(width) * height > kMaxPixels)
+    usageError("--width x --height: too many pixels");
   const int repeat = static_cast<int>(args.integer("repeat", 1, 100000, 20));
   const int threads = threadsOption(args);
   const bool json = args.has("json");
@@ -125,8 +128,8 @@ int runBench(const Words& argv) {
   std::vector<unsigned char> raw(pixels + 7, 0);
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x)
-      raw[static_cast<std::size_t>(y) * width + x] =
-          static_cast<unsigned char>(compressed.data[static_cast<std::size_t>(y) * compressed.width + x]);
+      raw[static_cast<std::size_t>(y) * width + x] = static_cast<unsigned char>(
+          compressed.data[static_cast<std::size_t>(y) * compressed.width + x]);
   std::vector<unsigned short> out(pixels), copy(pixels);
   // The C entry's codec: software defaults, block enabled; its three console lines are not timed.
   Compression1x8 host("FBC", false);
@@ -134,25 +137,30 @@ int runBench(const Words& argv) {
   host.m_dumpLevel = 0;
   host.setSWinit();
   host.Threads = threads;
-  const double fbd = medianSeconds(repeat, [&] { host.DecompressFrame(raw.data(), out.data(), width, height, 0); });
-  const double cp = medianSeconds(repeat, [&] { parallelCopy(copy.data(), out.data(), pixels, threads); });
+  const double fbd = medianSeconds(
+      repeat, [&] { host.DecompressFrame(raw.data(), out.data(), width, height, 0); });
+  const double cp =
+      medianSeconds(repeat, [&] { parallelCopy(copy.data(), out.data(), pixels, threads); });
   const double copyGbS = pixels * sizeof(unsigned short) / cp / 1e9;
 
   char line[512];
   if (json) {
-    std::snprintf(line, sizeof line,
-                  "{\"width\": %d, \"height\": %d, \"encode_mpix_s\": %.1f, \"decode_mpix_s\": %.1f, "
-                  "\"fbd_mpix_s\": %.1f, \"copy_gb_s\": %.2f, \"encode_noise_mpix_s\": %.1f, "
-                  "\"decode_noise_mpix_s\": %.1f, \"threads\": %d}\n",
-                  width, height, mpix / mixed.encode, mpix / mixed.decode, mpix / fbd, copyGbS,
-                  mpix / noise.encode, mpix / noise.decode, threads);
+    std::snprintf(
+        line, sizeof line,
+        "{\"width\": %d, \"height\": %d, \"encode_mpix_s\": %.1f, \"decode_mpix_s\": %.1f, "
+        "\"fbd_mpix_s\": %.1f, \"copy_gb_s\": %.2f, \"encode_noise_mpix_s\": %.1f, "
+        "\"decode_noise_mpix_s\": %.1f, \"threads\": %d}\n",
+        width, height, mpix / mixed.encode, mpix / mixed.decode, mpix / fbd, copyGbS,
+        mpix / noise.encode, mpix / noise.decode, threads);
     std::cout << line;
     return kExitOk;
   }
-  std::cout << "frame " << width << "x" << height << ", " << threads << (threads == 1 ? " thread" : " threads") << ", median of " << repeat
+  std::cout << "frame " << width << "x" << height << ", " << threads
+            << (threads == 1 ? " thread" : " threads") << ", median of " << repeat
             << " runs after a warm-up\n";
   const auto row = [&](const char* name, double s) {
-    std::snprintf(line, sizeof line, "  %-22s %9.3f ms %9.1f Mpixel/s %7.1fx copy\n", name, s * 1e3, mpix / s, s / cp);
+    std::snprintf(line, sizeof line, "  %-22s %9.3f ms %9.1f Mpixel/s %7.1fx copy\n", name, s * 1e3,
+                  mpix / s, s / cp);
     std::cout << line;
   };
   row("encode", mixed.encode);
@@ -160,7 +168,8 @@ int runBench(const Words& argv) {
   row("decode (raw, FBD)", fbd);
   row("encode (noise)", noise.encode);
   row("decode (frame, noise)", noise.decode);
-  std::snprintf(line, sizeof line, "  %-22s %9.3f ms %9.2f GB/s\n", "copy of the output", cp * 1e3, copyGbS);
+  std::snprintf(line, sizeof line, "  %-22s %9.3f ms %9.2f GB/s\n", "copy of the output", cp * 1e3,
+                copyGbS);
   std::cout << line;
   return kExitOk;
 }

@@ -38,7 +38,8 @@ int runDecode(const Words& argv) {
   const std::string& outPath = args.positional()[1];
   const std::string type = outPath == "-" ? ".raw" : pictureExtension(outPath);
   if (type != ".raw" && type != ".png" && type != ".pgm" && type != ".ppm") {
-    usageError(outPath + ": unknown output type \"" + type + "\" (expected .raw, .png, .pgm or .ppm)");
+    usageError(outPath + ": unknown output type \"" + type +
+               "\" (expected .raw, .png, .pgm or .ppm)");
   }
   refuseOverwritingInputs(inputFiles(args, args.positional()[0]), {outPath});
   Compression1x8 codec("FBC", false);
@@ -47,8 +48,9 @@ int runDecode(const Words& argv) {
   requireEnabled(codec);
   Output out(outPath);
   const int rowBytes = paddedWidth(size.width);
-  const InputMap bytes(args.positional()[0], static_cast<std::uint64_t>(rowBytes) * size.height,
-                       std::to_string(size.height) + " rows of " + std::to_string(rowBytes) + " bytes");
+  const InputMap bytes(
+      args.positional()[0], static_cast<std::uint64_t>(rowBytes) * size.height,
+      std::to_string(size.height) + " rows of " + std::to_string(rowBytes) + " bytes");
   const std::size_t pixels = static_cast<std::size_t>(size.width) * size.height;
   if (type == ".raw" && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__) {
     // The decoder's 16-bit rows are the file's bytes. They go out a slice of about 1 MB at a
@@ -58,8 +60,8 @@ int runDecode(const Words& argv) {
     const UninitBuffer<unsigned short> slice(static_cast<std::size_t>(sliceRows) * size.width);
     for (int y = 0; y < size.height; y += sliceRows) {
       const int rows = std::min(sliceRows, size.height - y);
-      codec.DecompressFrame(bytes.data() + static_cast<std::size_t>(y) * rowBytes, rowBytes, slice.data.get(),
-                            size.width, rows);
+      codec.DecompressFrame(bytes.data() + static_cast<std::size_t>(y) * rowBytes, rowBytes,
+                            slice.data.get(), size.width, rows);
       out.write(slice.data.get(), 2 * static_cast<std::size_t>(rows) * size.width);
     }
     out.commit();

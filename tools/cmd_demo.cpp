@@ -31,13 +31,14 @@ const CommandSpec kSpec{
 constexpr int kChartWidth = 640;
 constexpr int kChartHeight = 480;
 
-
-int clamp12(int v) { return v < 0 ? 0 : (v > 4095 ? 4095 : v); }
+int clamp12(int v) {
+  return v < 0 ? 0 : (v > 4095 ? 4095 : v);
+}
 
 // Widths in bits of the coarse pixels of each edge member (group size n = 2..7), the one next
 // to the group first: the pixels outside the group keep only their top bits.
 const int kEdgeCoarseBits[6][6] = {
-    {7, 7, 7, 7, 7, 7}, {7, 8, 8, 8, 7, 0}, {8, 9, 9, 8, 0, 0},
+    {7, 7, 7, 7, 7, 7},    {7, 8, 8, 8, 7, 0},   {8, 9, 9, 8, 0, 0},
     {10, 10, 10, 0, 0, 0}, {10, 10, 0, 0, 0, 0}, {10, 0, 0, 0, 0, 0},
 };
 
@@ -101,7 +102,8 @@ Frame makeDemoChart() {
         at(x, y) = 40 + 80 * (phase < 50 ? phase : 100 - phase);
       } else {
         const double period = 24.0 + (y - 60);
-        at(x, y) = clamp12(static_cast<int>(std::lround(2048 + 1800 * std::sin(2 * pi * u / period))));
+        at(x, y) =
+            clamp12(static_cast<int>(std::lround(2048 + 1800 * std::sin(2 * pi * u / period))));
       }
     }
   }
@@ -114,11 +116,21 @@ Frame makeDemoChart() {
       const int glyph = ((x - 320) / 24 * 7 + (y - 120) / 30 * 13) % 5;
       bool ink = false;
       switch (glyph) {
-        case 0: ink = (cx >= 4 && cx < 7) || (cy >= 4 && cy < 6 && cx < 18); break;
-        case 1: ink = (cx >= 10 && cx < 12) || (cy >= 20 && cy < 23); break;
-        case 2: ink = (cy >= 4 && cy < 6) || (cy >= 14 && cy < 16) || (cx >= 15 && cx < 18); break;
-        case 3: ink = (cx >= 3 && cx < 5) || (cx >= 16 && cx < 18) || (cy >= 12 && cy < 14); break;
-        default: ink = (cx + cy) % 12 < 2 && cy > 3 && cy < 26; break;
+        case 0:
+          ink = (cx >= 4 && cx < 7) || (cy >= 4 && cy < 6 && cx < 18);
+          break;
+        case 1:
+          ink = (cx >= 10 && cx < 12) || (cy >= 20 && cy < 23);
+          break;
+        case 2:
+          ink = (cy >= 4 && cy < 6) || (cy >= 14 && cy < 16) || (cx >= 15 && cx < 18);
+          break;
+        case 3:
+          ink = (cx >= 3 && cx < 5) || (cx >= 16 && cx < 18) || (cy >= 12 && cy < 14);
+          break;
+        default:
+          ink = (cx + cy) % 12 < 2 && cy > 3 && cy < 26;
+          break;
       }
       at(x, y) = ink ? 320 : 3680;
     }

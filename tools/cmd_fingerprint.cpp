@@ -79,7 +79,9 @@ struct Sha256 {
 };
 #endif
 
-std::uint64_t parseSeed(const Args& args) { return args.has("seed") ? args.seed(UINT64_MAX) : 0; }
+std::uint64_t parseSeed(const Args& args) {
+  return args.has("seed") ? args.seed(UINT64_MAX) : 0;
+}
 
 const CodecVariant* chosenPath(const Args& args) {
   if (!args.has("path")) return activeVariant();

@@ -26,12 +26,20 @@ const CommandSpec kSpec{
     "Compresses and decompresses the picture IN at golden-dump level 1 and writes the five\n"
     "golden reference files of the frame into DIR (created if missing), e.g. for frame 7:\n"
     "fbc_golden_ref_com_input_0007.txt, fbc_com_input_0007.raw, fbc_golden_ref_com_0007.txt,\n"
-    "fbc_golden_ref_dec_input_0007.txt and fbc_golden_ref_dec_0007.txt. Registers as in 'fbc encode'; a parameter file that\n"
-    "disables the block (reg_fbc_en=0) writes no golden files and says so on standard error.\n\n" FBC_INPUT_PICTURE_HELP,
-    {kOptWidth, kOptHeight, kOptCfa, kOptRawMode,
+    "fbc_golden_ref_dec_input_0007.txt and fbc_golden_ref_dec_0007.txt. Registers as in 'fbc "
+    "encode'; a parameter file that\n"
+    "disables the block (reg_fbc_en=0) writes no golden files and says so on standard "
+    "error.\n\n" FBC_INPUT_PICTURE_HELP,
+    {kOptWidth,
+     kOptHeight,
+     kOptCfa,
+     kOptRawMode,
      {"frame-index", "N", "frame number, 0 or more; required: it names the files"},
      {"outdir", "DIR", "directory for the golden files"},
-     kOptParams, kOptSet, kOptRegisters, kOptThreads},
+     kOptParams,
+     kOptSet,
+     kOptRegisters,
+     kOptThreads},
     1,
     1};
 
@@ -64,7 +72,8 @@ int runGolden(const Words& argv) {
   if (codec.Enable == 0) {
     // A disabled block passes the frame through untouched: there is nothing to check a
     // hardware implementation against, so no golden file is written.
-    std::cerr << "fbc golden: block disabled (" << codec.getEnableKey() << "=0): no golden files written\n";
+    std::cerr << "fbc golden: block disabled (" << codec.getEnableKey()
+              << "=0): no golden files written\n";
     return kExitOk;
   }
   ensureDirectory(dir.string());

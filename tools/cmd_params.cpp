@@ -113,16 +113,17 @@ int runDrawParams(const Words& argv) {
 }  // namespace
 
 int runParams(const Words& argv) {
-  return runVerbs("params",
-                  "Parameter files of the codec block: an INI file with the key reg_fbc_en in section\n"
-                  "[Enable] and every register in section [FBC], arrays comma-separated. --registers\n"
-                  "names a register map (the format of data/fbc_registers.txt) to check them against\n"
-                  "instead of the built-in one.",
-                  {{&kShow, runShow},
-                   {&kDefaults, runDefaults},
-                   {&kCheck, runCheck},
-                   {&kRandom, runDrawParams}},
-                  argv);
+  return runVerbs(
+      "params",
+      "Parameter files of the codec block: an INI file with the key reg_fbc_en in section\n"
+      "[Enable] and every register in section [FBC], arrays comma-separated. --registers\n"
+      "names a register map (the format of data/fbc_registers.txt) to check them against\n"
+      "instead of the built-in one.",
+      {{&kShow, runShow},
+       {&kDefaults, runDefaults},
+       {&kCheck, runCheck},
+       {&kRandom, runDrawParams}},
+      argv);
 }
 
 }  // namespace fbc::cli

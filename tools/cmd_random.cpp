@@ -47,7 +47,8 @@ const CommandSpec kSpec{
     "       fbc random report DIR [--count N]\n"
     "       fbc random check DIR [--fbc-like CMD]",
     "Generates N random regression tests into DIR/test_0000 ... Each test draws the block's\n"
-    "parameters and an input picture (a random crop of a .png, .ppm or .pgm picture from --images,\n"
+    "parameters and an input picture (a random crop of a .png, .ppm or .pgm picture from "
+    "--images,\n"
     "else a generated one), runs the block on it for every frame at golden-dump level 1 and\n"
     "holds params.ini, input.raw, the golden files of each frame and run.sh, the 'fbc golden'\n"
     "command that writes the same golden files again. A disabled block passes frames through\n"
@@ -95,9 +96,9 @@ struct SettingSpec {
 };
 
 const SettingSpec kSettings[] = {
-    {"width_min", 8, 1, 4096},     {"width_max", 256, 1, 4096},   {"height_min", 1, 1, 4096},
-    {"height_max", 32, 1, 4096},   {"enable_percent", 90, 0, 100}, {"use_random_range", 1, 0, 1},
-    {"frames", 1, 1, 64},          {"picture_percent", 100, 0, 100},
+    {"width_min", 8, 1, 4096},   {"width_max", 256, 1, 4096},      {"height_min", 1, 1, 4096},
+    {"height_max", 32, 1, 4096}, {"enable_percent", 90, 0, 100},   {"use_random_range", 1, 0, 1},
+    {"frames", 1, 1, 64},        {"picture_percent", 100, 0, 100},
 };
 const char kCfaKey[] = "cfa";
 
@@ -113,14 +114,15 @@ Settings readSettings(const std::string& path) {
   if (path.empty()) return s;
 
   IniFileIO ini = readIniFile(path, {kSection});
-  if (!ini.isSectionExist(kSection)) inputError(path + ": no section [" + std::string(kSection) + "]");
+  if (!ini.isSectionExist(kSection))
+    inputError(path + ": no section [" + std::string(kSection) + "]");
   std::vector<std::string> problems;
   std::vector<std::string> names{kCfaKey};
   for (const SettingSpec& setting : kSettings) names.push_back(setting.key);
   for (const std::string& key : ini.keys().at(kSection)) {
     if (std::find(names.begin(), names.end(), key) == names.end()) {
-      problems.push_back("unknown setting \"" + printable(key) + "\" (nearest name: " + nearestName(key, names) +
-                         ")");
+      problems.push_back("unknown setting \"" + printable(key) +
+                         "\" (nearest name: " + nearestName(key, names) + ")");
       continue;
     }
     std::string text;
@@ -144,8 +146,8 @@ Settings readSettings(const std::string& path) {
     bool inRange = true;
     for (long long v : list) inRange = inRange && v >= lo && v <= hi;
     if (!inRange) {
-      problems.push_back("setting \"" + key + "\": " + text + " is out of range " + std::to_string(lo) + ".." +
-                         std::to_string(hi));
+      problems.push_back("setting \"" + key + "\": " + text + " is out of range " +
+                         std::to_string(lo) + ".." + std::to_string(hi));
       continue;
     }
     if (isCfa) {
@@ -162,15 +164,18 @@ Settings readSettings(const std::string& path) {
   return s;
 }
 
-// The pictures of --images: .png, .ppm and .pgm files, in name order so that draws are reproducible.
+// The pictures of --images: .png, .ppm and .pgm files, in name order so that draws are
+// reproducible.
 std::vector<std::string> listPictures(const std::string& dir) {
   std::error_code ec;
   if (!fs::is_directory(dir, ec)) inputError(dir + ": not a directory");
   std::vector<std::string> pictures;
   for (const auto& entry : fs::directory_iterator(dir, ec)) {
     std::string ext = entry.path().extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-    if ((ext == ".png" || ext == ".ppm" || ext == ".pgm") && entry.is_regular_file(ec)) pictures.push_back(entry.path().string());
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    if ((ext == ".png" || ext == ".ppm" || ext == ".pgm") && entry.is_regular_file(ec))
+      pictures.push_back(entry.path().string());
   }
   if (ec) inputError(dir + ": cannot list: " + ec.message());
   if (pictures.empty()) inputError(dir + ": no .png, .ppm or .pgm pictures");
@@ -178,7 +183,9 @@ std::vector<std::string> listPictures(const std::string& dir) {
   return pictures;
 }
 
-int clamp12(int v) { return std::min(4095, std::max(0, v)); }
+int clamp12(int v) {
+  return std::min(4095, std::max(0, v));
+}
 
 }  // namespace
 
@@ -191,7 +198,8 @@ Frame generatePicture(int width, int height) {
     PIXEL* row = f.data + static_cast<std::size_t>(y) * width;
     if (y > 0 && randomVal(0, 3) == 0) {
       const int amplitude = randomVal(0, 8);
-      for (int x = 0; x < width; ++x) row[x] = clamp12(row[x - width] + randomVal(-amplitude, amplitude));
+      for (int x = 0; x < width; ++x)
+        row[x] = clamp12(row[x - width] + randomVal(-amplitude, amplitude));
       continue;
     }
     for (int x = 0; x < width;) {
@@ -203,11 +211,21 @@ Frame generatePicture(int width, int height) {
       const int low = randomVal(0, 255), high = randomVal(3840, 4095);
       for (int k = 0; k < run; ++k, ++x) {
         switch (kind) {
-          case 0: row[x] = base; break;
-          case 1: row[x] = clamp12(base + step * k); break;
-          case 2: row[x] = clamp12(base + randomVal(-amplitude, amplitude)); break;
-          case 3: row[x] = randomVal(0, 4095); break;
-          default: row[x] = (k & 1) != 0 ? high : low; break;
+          case 0:
+            row[x] = base;
+            break;
+          case 1:
+            row[x] = clamp12(base + step * k);
+            break;
+          case 2:
+            row[x] = clamp12(base + randomVal(-amplitude, amplitude));
+            break;
+          case 3:
+            row[x] = randomVal(0, 4095);
+            break;
+          default:
+            row[x] = (k & 1) != 0 ? high : low;
+            break;
         }
       }
     }
@@ -230,18 +248,19 @@ std::string raw16(const Frame& f) {
 // `registers` is the absolute path of the --registers map, empty for the built-in one.
 std::string runScript(const TestCase& t, int frames, const std::string& registers) {
   char head[512];
-  std::snprintf(head, sizeof head,
-                "#!/bin/sh\n"
-                "# %s: %dx%d pixels, CFA %d, block %s,\n"
-                "# %d frame%s, input %s.\n"
-                "# Writes the golden files of this test again into OUTDIR (default: rerun; a relative\n"
-                "# OUTDIR is taken from this directory); they equal the ones here byte for byte.\n"
-                "# FBC names the tool (default: fbc).\n"
-                "set -e\n"
-                "cd \"$(dirname \"$0\")\"\n"
-                "out=\"${1:-rerun}\"\n",
-                t.origin.c_str(), t.width, t.height, t.cfa, t.enabled ? "enabled" : "disabled", frames,
-                frames == 1 ? "" : "s", t.source.c_str());
+  std::snprintf(
+      head, sizeof head,
+      "#!/bin/sh\n"
+      "# %s: %dx%d pixels, CFA %d, block %s,\n"
+      "# %d frame%s, input %s.\n"
+      "# Writes the golden files of this test again into OUTDIR (default: rerun; a relative\n"
+      "# OUTDIR is taken from this directory); they equal the ones here byte for byte.\n"
+      "# FBC names the tool (default: fbc).\n"
+      "set -e\n"
+      "cd \"$(dirname \"$0\")\"\n"
+      "out=\"${1:-rerun}\"\n",
+      t.origin.c_str(), t.width, t.height, t.cfa, t.enabled ? "enabled" : "disabled", frames,
+      frames == 1 ? "" : "s", t.source.c_str());
   std::string text = head;
   std::string mapOption;
   if (!registers.empty()) {
@@ -253,7 +272,8 @@ std::string runScript(const TestCase& t, int frames, const std::string& register
   for (int f = 0; f < frames; ++f) {
     char line[256];
     std::snprintf(line, sizeof line,
-                  "\"${FBC:-fbc}\" golden --params params.ini --width %d --height %d --cfa %d --frame-index %d "
+                  "\"${FBC:-fbc}\" golden --params params.ini --width %d --height %d --cfa %d "
+                  "--frame-index %d "
                   "--outdir \"$out\"",
                   t.width, t.height, t.cfa, f);
     text += line + mapOption + " input.raw\n";
@@ -276,7 +296,9 @@ void refuseExistingTests(const std::string& outdir, int first, int end, int step
   for (int i = first; i < end; i += step) {
     const fs::path test = fs::path(outdir) / testName(i);
     if (fs::exists(fs::symlink_status(test, ec))) {
-      usageError(test.string() + ": already exists; a run writes only new tests (remove it or choose another --outdir)");
+      usageError(
+          test.string() +
+          ": already exists; a run writes only new tests (remove it or choose another --outdir)");
     }
   }
 }
@@ -287,7 +309,8 @@ void placeTest(const std::string& from, const fs::path& to) {
   int rc = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
   if (rc != 0 && (errno == EINVAL || errno == ENOSYS)) {
     std::error_code ec;
-    rc = fs::exists(fs::symlink_status(to, ec)) ? (errno = EEXIST, -1) : std::rename(from.c_str(), to.c_str());
+    rc = fs::exists(fs::symlink_status(to, ec)) ? (errno = EEXIST, -1)
+                                                : std::rename(from.c_str(), to.c_str());
   }
   if (rc != 0) failure(to.string() + ": cannot write: " + std::strerror(errno));
 }
@@ -304,8 +327,8 @@ class Progress {
     constexpr int kWidth = 40;
     const int filled = static_cast<int>(static_cast<long long>(done) * kWidth / total_);
     std::cout << "\r[" << std::string(static_cast<std::size_t>(filled), '#')
-              << std::string(static_cast<std::size_t>(kWidth - filled), '.') << "] " << done << '/' << total_
-              << std::flush;
+              << std::string(static_cast<std::size_t>(kWidth - filled), '.') << "] " << done << '/'
+              << total_ << std::flush;
     if (done == total_) std::cout << '\n';
   }
 
@@ -326,12 +349,15 @@ Shard shardOption(const Args& args) {
   const std::string& text = args.value("shard");
   const std::size_t slash = text.find('/');
   const auto number = [&](const std::string& word, long long& v) {
-    if (word.empty() || word.size() > 6 || word.find_first_not_of("0123456789") != std::string::npos) return false;
+    if (word.empty() || word.size() > 6 ||
+        word.find_first_not_of("0123456789") != std::string::npos)
+      return false;
     v = std::stoll(word);
     return true;
   };
   long long k = 0, n = 0;
-  if (slash == std::string::npos || !number(text.substr(0, slash), k) || !number(text.substr(slash + 1), n)) {
+  if (slash == std::string::npos || !number(text.substr(0, slash), k) ||
+      !number(text.substr(slash + 1), n)) {
     usageError("--shard: '" + text + "' is not K/N (two integers, 0 <= K < N)");
   }
   if (n < 1 || n > 100000 || k >= n) {
@@ -344,8 +370,9 @@ Shard shardOption(const Args& args) {
 
 }  // namespace
 
-void writeTest(const std::string& outdir, const TestCase& t, Compression1x8& drawn, RegisterTable& regs,
-               Frame& input, TGlobalParam& global, const std::string& registersPath, bool wantCoverage) {
+void writeTest(const std::string& outdir, const TestCase& t, Compression1x8& drawn,
+               RegisterTable& regs, Frame& input, TGlobalParam& global,
+               const std::string& registersPath, bool wantCoverage) {
   // The test is built in a private directory and renamed into place when complete. The block
   // that runs is loaded from the written parameter file, so the file reproduces the run
   // exactly (a drawn curve whose keys are bound twice keeps only what the file holds).
@@ -386,8 +413,10 @@ void writeTest(const std::string& outdir, const TestCase& t, Compression1x8& dra
 }
 
 int runRandom(const Words& argv) {
-  if (!argv.empty() && argv[0] == "report") return runRandomReport(Words(argv.begin() + 1, argv.end()));
-  if (!argv.empty() && argv[0] == "check") return runRandomCheck(Words(argv.begin() + 1, argv.end()));
+  if (!argv.empty() && argv[0] == "report")
+    return runRandomReport(Words(argv.begin() + 1, argv.end()));
+  if (!argv.empty() && argv[0] == "check")
+    return runRandomCheck(Words(argv.begin() + 1, argv.end()));
   Args args;
   if (!parseArgs(kSpec, argv, args)) return kExitOk;
   const int count = static_cast<int>(args.requiredInteger("count", 1, 100000));
@@ -451,16 +480,18 @@ int runRandom(const Words& argv) {
       if (errors[k]) {
         std::error_code ignored;
         for (std::size_t later = k + 1; later < batch.size(); ++later)
-          if (!errors[later]) fs::remove_all(fs::path(outdir) / testName(batch[later].t.index), ignored);
+          if (!errors[later])
+            fs::remove_all(fs::path(outdir) / testName(batch[later].t.index), ignored);
         batch.clear();
         std::rethrow_exception(errors[k]);
       }
       const TestCase& t = batch[k].t;
       enabledTests += t.enabled ? 1 : 0;
       pixels += static_cast<long long>(t.width) * t.height * frames;
-      progress.step(++written, testName(t.index) + ": " + std::to_string(t.width) + "x" + std::to_string(t.height) +
-                                   ", CFA " + std::to_string(t.cfa) + ", block " +
-                                   (t.enabled ? "enabled" : "disabled") + ", " + t.source);
+      progress.step(++written, testName(t.index) + ": " + std::to_string(t.width) + "x" +
+                                   std::to_string(t.height) + ", CFA " + std::to_string(t.cfa) +
+                                   ", block " + (t.enabled ? "enabled" : "disabled") + ", " +
+                                   t.source);
     }
     batch.clear();
   };
@@ -490,10 +521,13 @@ int runRandom(const Words& argv) {
 
     t.width = randomVal(settings["width_min"], settings["width_max"]);
     t.height = randomVal(settings["height_min"], settings["height_max"]);
-    t.cfa = settings.cfa[static_cast<std::size_t>(randomVal(0, static_cast<int>(settings.cfa.size()) - 1))];
+    t.cfa =
+        settings
+            .cfa[static_cast<std::size_t>(randomVal(0, static_cast<int>(settings.cfa.size()) - 1))];
     Frame input;
     if (!pictures.empty() && randomVal(0, 99) < settings["picture_percent"]) {
-      const std::string& path = pictures[static_cast<std::size_t>(randomVal(0, static_cast<int>(pictures.size()) - 1))];
+      const std::string& path =
+          pictures[static_cast<std::size_t>(randomVal(0, static_cast<int>(pictures.size()) - 1))];
       auto it = loaded.find({path, t.cfa});
       if (it == loaded.end()) {
         PictureOptions options;
@@ -506,15 +540,16 @@ int runRandom(const Words& argv) {
       const Frame& picture = it->second;
       t.width = std::min(t.width, picture.width);
       t.height = std::min(t.height, picture.height);
-      const int x0 = randomVal(0, picture.width - t.width), y0 = randomVal(0, picture.height - t.height);
+      const int x0 = randomVal(0, picture.width - t.width),
+                y0 = randomVal(0, picture.height - t.height);
       input = Frame(t.width, t.height, Frame::CS_RAW, 12);
       for (int y = 0; y < t.height; ++y) {
         for (int x = 0; x < t.width; ++x) {
           input.data[static_cast<std::size_t>(y) * t.width + x] = picture.GetPixel(x0 + x, y0 + y);
         }
       }
-      t.source = "crop of " + fs::path(path).filename().string() + " at (" + std::to_string(x0) + ", " +
-                 std::to_string(y0) + ")";
+      t.source = "crop of " + fs::path(path).filename().string() + " at (" + std::to_string(x0) +
+                 ", " + std::to_string(y0) + ")";
       ++cropped;
     } else {
       input = generatePicture(t.width, t.height);
@@ -522,7 +557,8 @@ int runRandom(const Words& argv) {
     }
 
     char origin[96];
-    std::snprintf(origin, sizeof origin, "fbc random --seed %u, test %04d (test seed %u)", masterSeed, i, t.seed);
+    std::snprintf(origin, sizeof origin, "fbc random --seed %u, test %04d (test seed %u)",
+                  masterSeed, i, t.seed);
     t.origin = origin;
     batch.push_back(Drawn{std::move(t), std::move(drawnCodec), std::move(input), global});
     if (static_cast<int>(batch.size()) == jobs) writeBatch();
@@ -530,9 +566,10 @@ int runRandom(const Words& argv) {
   if (!batch.empty()) writeBatch();
   std::cout << written << " test" << (written == 1 ? "" : "s");
   if (shard.count > 1) std::cout << " of shard " << shard.index << '/' << shard.count;
-  std::cout << " in " << outdir << ": " << enabledTests << " with the block enabled, " << written - enabledTests << " disabled; " << cropped
-            << " cropped from pictures; " << pixels << " pixels over " << frames << " frame"
-            << (frames == 1 ? "" : "s") << " each\n";
+  std::cout << " in " << outdir << ": " << enabledTests << " with the block enabled, "
+            << written - enabledTests << " disabled; " << cropped << " cropped from pictures; "
+            << pixels << " pixels over " << frames << " frame" << (frames == 1 ? "" : "s")
+            << " each\n";
   return kExitOk;
 }
 

@@ -24,8 +24,16 @@ const CommandSpec kSpec{
     "any input with --cfa), the demosaiced input and decoded pictures side by side\n"
     "(compare.png); with --format pnm as .pgm (grey) and .ppm (colour) pictures instead. A\n"
     "disabled block (reg_fbc_en=0) codes nothing and is refused.\n\n" FBC_INPUT_PICTURE_HELP,
-    {kOptWidth, kOptHeight, kOptCfa, kOptRawMode, {"out", "DIR", "directory for the pictures"}, kOptFormat, kOptParams,
-     kOptSet, kOptRegisters, kOptThreads},
+    {kOptWidth,
+     kOptHeight,
+     kOptCfa,
+     kOptRawMode,
+     {"out", "DIR", "directory for the pictures"},
+     kOptFormat,
+     kOptParams,
+     kOptSet,
+     kOptRegisters,
+     kOptThreads},
     1,
     1};
 
@@ -40,8 +48,8 @@ int runRoundtrip(const Words& argv) {
   const std::string& path = args.positional()[0];
   const bool bayer = pictureExtension(path) == ".ppm" || isColourPng(path) || args.has("cfa");
   if (args.has("out")) {
-    refuseOverwritingInputs(inputFiles(args, path),
-                            picturePaths(args.value("out"), "input", bayer ? cfa : kNotBayer, format));
+    refuseOverwritingInputs(inputFiles(args, path), picturePaths(args.value("out"), "input",
+                                                                 bayer ? cfa : kNotBayer, format));
     checkOutputDirectory(args.value("out"));
   }
   Compression1x8 codec("FBC", false);
@@ -54,7 +62,8 @@ int runRoundtrip(const Words& argv) {
   printReport(std::cout, path, image, rt);
   if (args.has("out")) {
     ensureDirectory(args.value("out"));
-    writePictures(std::cout, args.value("out"), "input", image, rt, bayer ? cfa : kNotBayer, format);
+    writePictures(std::cout, args.value("out"), "input", image, rt, bayer ? cfa : kNotBayer,
+                  format);
   }
   return kExitOk;
 }

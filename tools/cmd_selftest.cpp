@@ -32,16 +32,17 @@ const CommandSpec kSpec{
 }  // namespace
 
 int runSelftest(const Words& argv) {
-    Args args;
-    if (!parseArgs(kSpec, argv, args)) return kExitOk;
-    SelfTestOptions o;
-    if (args.has("seed")) o.seed = args.seed(UINT64_MAX);
-    o.count = args.integer("count", 1, 1LL << 40, o.count);
-    if (args.has("filter")) o.filter = args.value("filter");
-    std::cout << "seed 0x" << std::hex << o.seed << std::dec << ", " << o.count << " register sets per check\n";
-    const SelfTestResult r = runSelfTest(o);
-    if (r.checks.empty()) usageError("--filter: no check matches '" + o.filter + "' on this CPU");
-    return printSelfTest(r, std::cout, std::cerr) ? kExitOk : kExitFailure;
+  Args args;
+  if (!parseArgs(kSpec, argv, args)) return kExitOk;
+  SelfTestOptions o;
+  if (args.has("seed")) o.seed = args.seed(UINT64_MAX);
+  o.count = args.integer("count", 1, 1LL << 40, o.count);
+  if (args.has("filter")) o.filter = args.value("filter");
+  std::cout << "seed 0x" << std::hex << o.seed << std::dec << ", " << o.count
+            << " register sets per check\n";
+  const SelfTestResult r = runSelfTest(o);
+  if (r.checks.empty()) usageError("--filter: no check matches '" + o.filter + "' on this CPU");
+  return printSelfTest(r, std::cout, std::cerr) ? kExitOk : kExitFailure;
 }
 
 }  // namespace fbc::cli

@@ -137,11 +137,11 @@ std::vector<std::string> loadChecked(Compression1x8& codec, RegisterTable& regs,
       const auto c = counts.find(name);
       if (c == counts.end()) {
         const auto home = sectionOf.find(key);
-        late.emplace_back(name, home != sectionOf.end()
-                                    ? parameterName(section, key) + " belongs in section [" +
-                                          home->second + "]"
-                                    : "unknown " + parameterName(section, key) +
-                                          " (nearest name: " + nearestName(key, bound) + ")");
+        late.emplace_back(
+            name, home != sectionOf.end()
+                      ? parameterName(section, key) + " belongs in section [" + home->second + "]"
+                      : "unknown " + parameterName(section, key) +
+                            " (nearest name: " + nearestName(key, bound) + ")");
         continue;
       }
       const std::string wrong = valueTextProblem(ini, section, key, c->second);
@@ -280,8 +280,8 @@ std::vector<std::string> applyOverride(Compression1x8& codec, RegisterTable& reg
     }
   }
   if (section.empty()) {
-    return {"unknown parameter \"" + printable(key) + "\" (nearest name: " + nearestName(key, allKeys) +
-            ")"};
+    return {"unknown parameter \"" + printable(key) +
+            "\" (nearest name: " + nearestName(key, allKeys) + ")"};
   }
   if (value.find_first_of("\r\n") != std::string::npos) {
     return {parameterName(section, key) + ": '" + printable(value) + "' is not an integer"};

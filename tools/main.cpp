@@ -20,7 +20,8 @@ struct Command {
 
 // To add a subcommand: one file defining its run function, one line here, one in CMakeLists.txt.
 const Command kCommands[] = {
-    {"encode", "compress a picture (.png, .pgm, .ppm, .raw) into a frame of 64-bit block codes", runEncode},
+    {"encode", "compress a picture (.png, .pgm, .ppm, .raw) into a frame of 64-bit block codes",
+     runEncode},
     {"decode", "decompress a frame of block codes into 16-bit samples", runDecode},
     {"golden", "write the five golden reference files of one frame", runGolden},
     {"demo", "round-trip a built-in test chart and report modes, error and speed", runDemo},
@@ -28,13 +29,17 @@ const Command kCommands[] = {
     {"bench", "time encode and decode of a 4K frame, on every core or --threads N", runBench},
     {"selftest", "compare every fast-path variant with the scalar reference", runSelftest},
     {"params", "show, write, check or draw parameter files of the block", runParams},
-    {"regs", "the register list of a parameter file; export: the register map as C, SV or JSON", runRegs},
+    {"regs", "the register list of a parameter file; export: the register map as C, SV or JSON",
+     runRegs},
     {"random", "generate random regression tests: parameters, input and golden files", runRandom},
     {"trace", "why the model codes a block as it does: costs, rule, mode, code, fields", runTrace},
-    {"compare", "compare two golden sets; the first difference by block, field and trace", runCompare},
-    {"fingerprint", "SHA-256 digests of decoding and re-encoding a fixed stream of codes", runFingerprint},
+    {"compare", "compare two golden sets; the first difference by block, field and trace",
+     runCompare},
+    {"fingerprint", "SHA-256 digests of decoding and re-encoding a fixed stream of codes",
+     runFingerprint},
     {"report", "one self-contained HTML page: pictures, mode and error maps, traces", runReport},
-    {"cover", "a small directed suite of tests that together hit every reachable cover point", runCover},
+    {"cover", "a small directed suite of tests that together hit every reachable cover point",
+     runCover},
 };
 
 void printUsage(std::ostream& os) {
@@ -48,7 +53,8 @@ void printUsage(std::ostream& os) {
     name.resize(std::max<std::size_t>(name.size() + 1, 11), ' ');
     os << "  " << name << c.summary << '\n';
   }
-  os << "\nExit status: 0 success, 2 bad usage or bad input, 1 any other failure. A standard output\n"
+  os << "\nExit status: 0 success, 2 bad usage or bad input, 1 any other failure. A standard "
+        "output\n"
         "closed by its reader ends a run quietly with status 0.\n";
 }
 

@@ -14,7 +14,8 @@ namespace fbc::cli {
 
 std::vector<unsigned char> encodePng(int width, int height, int channels,
                                      const std::vector<unsigned char>& samples) {
-  const PngImage image{width, height, channels, 8, std::vector<std::uint16_t>(samples.begin(), samples.end())};
+  const PngImage image{width, height, channels, 8,
+                       std::vector<std::uint16_t>(samples.begin(), samples.end())};
   const std::string bytes = pngBytes(image, 8);
   return std::vector<unsigned char>(bytes.begin(), bytes.end());
 }

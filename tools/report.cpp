@@ -23,17 +23,17 @@ struct ModeColour {
 
 // Mode map colours, by mode number.
 const ModeColour kModeColours[kModeCount] = {
-    {"blue", {0, 64, 255}},       // Hadamard
-    {"grey", {128, 128, 128}},    // Curve
-    {"red", {255, 0, 0}},         // MinMax
-    {"green", {0, 176, 0}},       // DPCM
-    {"white", {255, 255, 255}},   // Truncate
-    {"cyan", {0, 224, 224}},      // Edge2
-    {"magenta", {255, 0, 255}},   // Edge3
-    {"orange", {255, 144, 0}},    // Edge4
-    {"purple", {128, 0, 192}},    // Edge5
-    {"brown", {128, 64, 0}},      // Edge6
-    {"yellow", {255, 255, 0}},    // Edge7
+    {"blue", {0, 64, 255}},      // Hadamard
+    {"grey", {128, 128, 128}},   // Curve
+    {"red", {255, 0, 0}},        // MinMax
+    {"green", {0, 176, 0}},      // DPCM
+    {"white", {255, 255, 255}},  // Truncate
+    {"cyan", {0, 224, 224}},     // Edge2
+    {"magenta", {255, 0, 255}},  // Edge3
+    {"orange", {255, 144, 0}},   // Edge4
+    {"purple", {128, 0, 192}},   // Edge5
+    {"brown", {128, 64, 0}},     // Edge6
+    {"yellow", {255, 255, 0}},   // Edge7
 };
 
 double secondsSince(std::chrono::steady_clock::time_point start) {
@@ -75,7 +75,9 @@ std::string joinPath(const std::string& dir, const std::string& name) {
 
 }  // namespace
 
-const unsigned char* modeColour(int mode) { return kModeColours[mode].rgb; }
+const unsigned char* modeColour(int mode) {
+  return kModeColours[mode].rgb;
+}
 
 RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa) {
   RoundTrip rt;
@@ -109,11 +111,13 @@ RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa) {
   }
   rt.decoded.depth = 12;
   const double mse = squares / static_cast<double>(image.size());
-  rt.psnr = mse > 0 ? 10 * std::log10(4095.0 * 4095.0 / mse) : std::numeric_limits<double>::infinity();
+  rt.psnr =
+      mse > 0 ? 10 * std::log10(4095.0 * 4095.0 / mse) : std::numeric_limits<double>::infinity();
   return rt;
 }
 
-void printReport(std::ostream& os, const std::string& what, const Frame& image, const RoundTrip& rt) {
+void printReport(std::ostream& os, const std::string& what, const Frame& image,
+                 const RoundTrip& rt) {
   const long long pixels = static_cast<long long>(image.width) * image.height;
   long long blocks = 0;
   for (long long n : rt.blocksPerMode) blocks += n;
@@ -125,15 +129,17 @@ void printReport(std::ostream& os, const std::string& what, const Frame& image, 
                 pixels * 3 / 2, blocks * 8);
   os << line << "mode            blocks  percent\n";
   for (int m = 0; m < kModeCount; ++m) {
-    std::snprintf(line, sizeof line, "%2d %-9s %10lld  %6.2f%%\n", m, kModeNames[m], rt.blocksPerMode[m],
-                  blocks > 0 ? 100.0 * static_cast<double>(rt.blocksPerMode[m]) / static_cast<double>(blocks) : 0.0);
+    std::snprintf(
+        line, sizeof line, "%2d %-9s %10lld  %6.2f%%\n", m, kModeNames[m], rt.blocksPerMode[m],
+        blocks > 0 ? 100.0 * static_cast<double>(rt.blocksPerMode[m]) / static_cast<double>(blocks)
+                   : 0.0);
     os << line;
   }
   if (std::isinf(rt.psnr)) {
     std::snprintf(line, sizeof line, "PSNR: infinite (exact), largest absolute error 0\n");
   } else {
-    std::snprintf(line, sizeof line, "PSNR: %.2f dB (peak 4095), largest absolute error %d\n", rt.psnr,
-                  rt.maxError);
+    std::snprintf(line, sizeof line, "PSNR: %.2f dB (peak 4095), largest absolute error %d\n",
+                  rt.psnr, rt.maxError);
   }
   os << line;
   const double mpix = static_cast<double>(pixels) / 1e6;
@@ -155,8 +161,8 @@ std::vector<std::string> picturePaths(const std::string& dir, const std::string&
   const std::string grey = format == PictureFormat::kPng ? ".png" : ".pgm";
   const std::string colour = format == PictureFormat::kPng ? ".png" : ".ppm";
   std::vector<std::string> paths;
-  for (const std::string& name : {inputStem + grey, "decoded" + grey, "modes" + colour, "errors" + colour,
-                                  "compare" + colour}) {
+  for (const std::string& name : {inputStem + grey, "decoded" + grey, "modes" + colour,
+                                  "errors" + colour, "compare" + colour}) {
     paths.push_back(joinPath(dir, name));
   }
   if (cfa < 0 || cfa > 3) paths.pop_back();
@@ -168,7 +174,9 @@ void writePictures(std::ostream& os, const std::string& dir, const std::string& 
   constexpr int kMax12 = 4095;
   constexpr int kComparisonGap = 8;  // black columns between the two pictures
   const bool png = format == PictureFormat::kPng;
-  const auto greyBytes = [png](const Frame& f) { return png ? pngGreyBytes(f, kMax12) : pgmBytes(f, kMax12); };
+  const auto greyBytes = [png](const Frame& f) {
+    return png ? pngGreyBytes(f, kMax12) : pgmBytes(f, kMax12);
+  };
   const auto colourBytes = [png](const RgbImage& i, int maxval) {
     return png ? pngRgbBytes(i, maxval) : ppmBytes(i, maxval);
   };
@@ -184,7 +192,8 @@ void writePictures(std::ostream& os, const std::string& dir, const std::string& 
   writeFileAtomic(modesPath, colourBytes(modeMap(image.width, image.height, rt.blockModes), 255));
   writeFileAtomic(errorsPath, colourBytes(errorMap(image, rt.decoded, rt.maxError), 255));
   if (bayer) {
-    const RgbImage both = sideBySide(demosaiced(image, cfa), demosaiced(rt.decoded, cfa), kComparisonGap);
+    const RgbImage both =
+        sideBySide(demosaiced(image, cfa), demosaiced(rt.decoded, cfa), kComparisonGap);
     writeFileAtomic(comparePath, colourBytes(both, kMax12));
   }
   os << "wrote: " << inputPath << ", " << decodedPath << ", " << modesPath << ", " << errorsPath
@@ -198,7 +207,8 @@ void writePictures(std::ostream& os, const std::string& dir, const std::string& 
     os << "\nerror map: absolute error 0 black, rising through red and yellow to white at "
        << rt.maxError << " (the largest error)";
   }
-  if (bayer) os << "\ncompare: input (left) and decoded (right), demosaiced with CFA layout " << cfa;
+  if (bayer)
+    os << "\ncompare: input (left) and decoded (right), demosaiced with CFA layout " << cfa;
   os << '\n';
 }
 

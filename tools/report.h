@@ -33,7 +33,8 @@ RoundTrip runRoundTrip(Compression1x8& codec, const Frame& image, int cfa);
 
 // The report: size, blocks per mode (all eleven, in mode-number order), PSNR, largest error,
 // encode and decode throughput.
-void printReport(std::ostream& os, const std::string& what, const Frame& image, const RoundTrip& rt);
+void printReport(std::ostream& os, const std::string& what, const Frame& image,
+                 const RoundTrip& rt);
 
 // The mode map's colour of a mode (RGB).
 const unsigned char* modeColour(int mode);

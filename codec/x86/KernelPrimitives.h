@@ -5,9 +5,10 @@
 // vectors only.
 //
 // Included once per instruction set by KernelsSse2.cpp, KernelsAvx2.cpp and KernelsAvx512.cpp
-// on x86-64, and by KernelsNeon.cpp on aarch64 (through the kernel parts). Everything lives in an anonymous namespace and calls no inline
-// function of another header: no instantiation compiled for AVX2 can be picked by the linker for
-// baseline code. Shared numbers come from constexpr tables (ModeLayout.h, EdgeLayout.h).
+// on x86-64, and by KernelsNeon.cpp on aarch64 (through the kernel parts). Everything lives in an
+// anonymous namespace and calls no inline function of another header: no instantiation compiled for
+// AVX2 can be picked by the linker for baseline code. Shared numbers come from constexpr tables
+// (ModeLayout.h, EdgeLayout.h).
 #pragma once
 
 #include <cstddef>
@@ -389,8 +390,8 @@ inline Codes loadCodes(const std::int32_t* samples) {
   unsigned char bytes[8 * kLanes];
   for (int h = 0; h < 2; ++h) {
     const std::int32_t* s = samples + 16 * h;
-    const uint16x8_t a = vuzp1q_u16(vreinterpretq_u16_s32(vld1q_s32(s)),
-                                    vreinterpretq_u16_s32(vld1q_s32(s + 4)));
+    const uint16x8_t a =
+        vuzp1q_u16(vreinterpretq_u16_s32(vld1q_s32(s)), vreinterpretq_u16_s32(vld1q_s32(s + 4)));
     const uint16x8_t b = vuzp1q_u16(vreinterpretq_u16_s32(vld1q_s32(s + 8)),
                                     vreinterpretq_u16_s32(vld1q_s32(s + 12)));
     vst1q_u8(bytes + 16 * h, vuzp1q_u8(vreinterpretq_u8_u16(a), vreinterpretq_u8_u16(b)));

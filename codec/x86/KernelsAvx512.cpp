@@ -8,7 +8,7 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
-#include "codec/x86/KernelEncode.h"
-#include "codec/x86/KernelDecode.h"
 #include "codec/x86/KernelBytes.h"
+#include "codec/x86/KernelDecode.h"
+#include "codec/x86/KernelEncode.h"
 #endif

@@ -2,7 +2,7 @@
 // CPU has NEON, so the variant needs no feature test.
 #if defined(__aarch64__) && defined(__GNUC__) && defined(__ARM_NEON)
 #define FBC_KERNEL(name) name##Neon
-#include "codec/x86/KernelEncode.h"
-#include "codec/x86/KernelDecode.h"
 #include "codec/x86/KernelBytes.h"
+#include "codec/x86/KernelDecode.h"
+#include "codec/x86/KernelEncode.h"
 #endif

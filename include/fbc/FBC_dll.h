@@ -26,10 +26,10 @@ FBC_EXPORT int FBD_Execute(unsigned char* compressed, unsigned short* out, int w
 
 /* Error codes of FBD_ExecuteChecked. */
 #define FBD_OK 0
-#define FBD_ERR_NULL (-1)           /* `compressed` or `out` is null */
-#define FBD_ERR_SIZE (-2)           /* width or height not positive, or width * height too large */
-#define FBD_ERR_OUT_TOO_SMALL (-3)  /* out_count < width * height */
-#define FBD_ERR_IN_TOO_SMALL (-4)   /* compressed_size below what decoding reads (see below) */
+#define FBD_ERR_NULL (-1)          /* `compressed` or `out` is null */
+#define FBD_ERR_SIZE (-2)          /* width or height not positive, or width * height too large */
+#define FBD_ERR_OUT_TOO_SMALL (-3) /* out_count < width * height */
+#define FBD_ERR_IN_TOO_SMALL (-4)  /* compressed_size below what decoding reads (see below) */
 
 /* The bounds-checked entry: the same decoding as FBD_Execute, for callers that know their buffer
    sizes. Decoding reads width * height bytes plus, when width is not a multiple of 8, the
@@ -37,8 +37,8 @@ FBC_EXPORT int FBD_Execute(unsigned char* compressed, unsigned short* out, int w
    cover that. Never reads or writes outside the given sizes, prints nothing, and on success
    fills out[0 .. width * height) exactly as FBD_Execute does and returns FBD_OK (0); otherwise
    returns one of the negative codes above and leaves `out` untouched. */
-FBC_EXPORT int FBD_ExecuteChecked(const unsigned char* compressed, size_t compressed_size, unsigned short* out,
-                                  size_t out_count, int width, int height);
+FBC_EXPORT int FBD_ExecuteChecked(const unsigned char* compressed, size_t compressed_size,
+                                  unsigned short* out, size_t out_count, int width, int height);
 
 #ifdef __cplusplus
 }

@@ -241,7 +241,8 @@ TEST(CApiFrames, MatchTheToolAndTheBlockCalls) {
           continue;
         }
         const size_t i = 2 * (static_cast<size_t>(y) * width + x);
-        const int tool = static_cast<uint8_t>(decoded[i]) | static_cast<uint8_t>(decoded[i + 1]) << 8;
+        const int tool = static_cast<uint8_t>(decoded[i]) | static_cast<uint8_t>(decoded[i + 1])
+                                                                << 8;
         ASSERT_EQ(out[y * pixelStride + x] * 16, tool) << x << "," << y;
       }
     }

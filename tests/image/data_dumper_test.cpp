@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/TestFiles.h"
 #include "image/DataDumper.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
@@ -45,10 +45,20 @@ INSTANTIATE_TEST_SUITE_P(
         // 0x3FF | 0x001 << 10 | 0 << 20
         PackCase{"three10bit", 3, 1, {0x3FF, 0x001, 0x000}, 10, 4, "000007ff\n"},
         // Five samples per row, three per word: each row gives a full and a two-sample word.
-        PackCase{"rowOfFive", 5, 2, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, 10, 4,
+        PackCase{"rowOfFive",
+                 5,
+                 2,
+                 {1, 2, 3, 4, 5, 6, 7, 8, 9, 10},
+                 10,
+                 4,
                  "00300801\n00001404\n00801c06\n00002809\n"},
         // Eight 12-bit samples fill 12 bytes exactly: 23 61 45 | 89 c7 ab | ef 2d 01 | 45 83 67
-        PackCase{"twelveBit", 8, 1, {0x123, 0x456, 0x789, 0xABC, 0xDEF, 0x012, 0x345, 0x678}, 12, 12,
+        PackCase{"twelveBit",
+                 8,
+                 1,
+                 {0x123, 0x456, 0x789, 0xABC, 0xDEF, 0x012, 0x345, 0x678},
+                 12,
+                 12,
                  "678345012defabc789456123\n"},
         PackCase{"bytes", 8, 1, {0, 1, 2, 3, 4, 5, 6, 7}, 8, 8, "0706050403020100\n"},
         // Bytes are added, not ORed: 0x1F then 0x01 << 4 gives 0x2F.

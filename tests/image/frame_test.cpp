@@ -85,12 +85,12 @@ TEST_P(ConvertDepth, ShiftsFourTimes) {
 
 INSTANTIATE_TEST_SUITE_P(
     Frame, ConvertDepth,
-    ::testing::Values(DepthCase{10, 12, 3, 768},         // 3 << (4 * 2)
-                      DepthCase{10, 8, 768, 3},          // 768 >> (4 * 2)
-                      DepthCase{12, 10, -4096, -16},     // arithmetic: -4096 >> 8
-                      DepthCase{8, 16, 1, 0},            // 1 << 32 leaves nothing
-                      DepthCase{0, 40, 5, 0},            // one step of 40 empties the sample
-                      DepthCase{40, 0, -5, -1},          // and keeps only the sign fill
+    ::testing::Values(DepthCase{10, 12, 3, 768},      // 3 << (4 * 2)
+                      DepthCase{10, 8, 768, 3},       // 768 >> (4 * 2)
+                      DepthCase{12, 10, -4096, -16},  // arithmetic: -4096 >> 8
+                      DepthCase{8, 16, 1, 0},         // 1 << 32 leaves nothing
+                      DepthCase{0, 40, 5, 0},         // one step of 40 empties the sample
+                      DepthCase{40, 0, -5, -1},       // and keeps only the sign fill
                       DepthCase{12, 12, 4095, 4095}));
 
 TEST(Frame, ConvertDepthOfEmptyFrameOnlySetsDepth) {

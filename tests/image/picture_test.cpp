@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/TestFiles.h"
 #include "image/Picture.h"
+#include "tests/TestFiles.h"
 
 namespace {
 
@@ -24,7 +24,8 @@ class LoadPpm : public ::testing::TestWithParam<MosaicCase> {};
 // Pixels (1,2,3) (4,5,6) / (7,8,9) (10,11,12) at maximum 255, scaled by 16 to 12 bits.
 TEST_P(LoadPpm, SamplesMosaicAt12Bits) {
   TempDir dir;
-  writeBytes(dir.file("in.ppm"), std::string("P6\n2 2\n255\n") + std::string("\1\2\3\4\5\6\7\x08\x09\x0A\x0B\x0C", 12));
+  writeBytes(dir.file("in.ppm"),
+             std::string("P6\n2 2\n255\n") + std::string("\1\2\3\4\5\6\7\x08\x09\x0A\x0B\x0C", 12));
   fbc::PictureOptions options;
   options.cfa = GetParam().cfa;
   Frame f(Frame::CS_RGB);
@@ -37,10 +38,10 @@ TEST_P(LoadPpm, SamplesMosaicAt12Bits) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Picture, LoadPpm,
-                         ::testing::Values(MosaicCase{0, {16, 80, 128, 192}},     // R G / G B
-                                           MosaicCase{1, {32, 64, 144, 176}},     // G R / B G
-                                           MosaicCase{2, {48, 80, 128, 160}},     // B G / G R
-                                           MosaicCase{3, {32, 96, 112, 176}}));   // G B / R G
+                         ::testing::Values(MosaicCase{0, {16, 80, 128, 192}},    // R G / G B
+                                           MosaicCase{1, {32, 64, 144, 176}},    // G R / B G
+                                           MosaicCase{2, {48, 80, 128, 160}},    // B G / G R
+                                           MosaicCase{3, {32, 96, 112, 176}}));  // G B / R G
 
 TEST(LoadPgm, ScalesGreyTo12Bits) {
   TempDir dir;
@@ -104,16 +105,20 @@ TEST_P(LoadFailure, ReportsOneLine) {
 
 INSTANTIATE_TEST_SUITE_P(
     Picture, LoadFailure,
-    ::testing::Values(
-        LoadError{"a.raw", std::string("\xFF\x0F\x00\x10", 4), 2, 1, fbc::kRawPlain16,
-                  "sample 4096 at pixel (1, 0) is above 4095"},
-        LoadError{"b.raw", std::string(6, '\0'), 2, 1, fbc::kRawPlain16,
-                  "size 6 bytes, expected 4 (2x1 samples of 2 bytes)"},
-        LoadError{"c.raw", std::string(4, '\0'), 0, 0, fbc::kRawPlain16, "a raw picture needs a width and a height"},
-        LoadError{"d.raw", std::string(4, '\0'), 2, 1, 5, "raw packing mode 5 is out of range (0..4)"},
-        LoadError{"e.pgm", "P3 1 1 255 1 2 3\n", 0, 0, 0, "expected a grey picture (P2 or P5), found P3"},
-        LoadError{"f.bmp", "BM", 0, 0, 0, "unknown picture type \".bmp\" (expected .ppm, .pgm or .raw)"},
-        LoadError{"g.ppm", "P5 1 1 255 \x01", 0, 0, 0, "unknown magic \"P5\" (expected P3 or P6)"}));
+    ::testing::Values(LoadError{"a.raw", std::string("\xFF\x0F\x00\x10", 4), 2, 1, fbc::kRawPlain16,
+                                "sample 4096 at pixel (1, 0) is above 4095"},
+                      LoadError{"b.raw", std::string(6, '\0'), 2, 1, fbc::kRawPlain16,
+                                "size 6 bytes, expected 4 (2x1 samples of 2 bytes)"},
+                      LoadError{"c.raw", std::string(4, '\0'), 0, 0, fbc::kRawPlain16,
+                                "a raw picture needs a width and a height"},
+                      LoadError{"d.raw", std::string(4, '\0'), 2, 1, 5,
+                                "raw packing mode 5 is out of range (0..4)"},
+                      LoadError{"e.pgm", "P3 1 1 255 1 2 3\n", 0, 0, 0,
+                                "expected a grey picture (P2 or P5), found P3"},
+                      LoadError{"f.bmp", "BM", 0, 0, 0,
+                                "unknown picture type \".bmp\" (expected .ppm, .pgm or .raw)"},
+                      LoadError{"g.ppm", "P5 1 1 255 \x01", 0, 0, 0,
+                                "unknown magic \"P5\" (expected P3 or P6)"}));
 
 TEST(LoadPicture, RejectsBadCfa) {
   fbc::PictureOptions options;
@@ -135,9 +140,12 @@ TEST(WritePicture, SixteenBitGreyAndColour) {
 
   fbc::RgbImage image{1, 1, {1, -5, 0xABCD}};
   ASSERT_TRUE(fbc::writePpm16(dir.file("c.ppm"), image, error)) << error;
-  EXPECT_EQ(readBytes(dir.file("c.ppm")), std::string("P6\n1 1\n65535\n\x00\x01\x00\x00\xAB\xCD", 19));
+  EXPECT_EQ(readBytes(dir.file("c.ppm")),
+            std::string("P6\n1 1\n65535\n\x00\x01\x00\x00\xAB\xCD", 19));
   // Nothing but the two pictures: no temporary file is left beside them.
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), std::filesystem::directory_iterator()), 2);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()),
+                          std::filesystem::directory_iterator()),
+            2);
 }
 
 TEST(WritePicture, BytesPickTheSampleWidthFromTheMaximum) {
@@ -162,7 +170,8 @@ TEST(WritePicture, EightBitForViewing) {
   EXPECT_EQ(readBytes(dir.file("g.pgm")), std::string("P5\n3 1\n255\n\xFF\x01\x00", 14));
 
   ASSERT_TRUE(fbc::writePpm8(dir.file("c.ppm"), fbc::greyImage(f), 12, error)) << error;
-  EXPECT_EQ(readBytes(dir.file("c.ppm")), std::string("P6\n3 1\n255\n\xFF\xFF\xFF\x01\x01\x01\0\0\0", 20));
+  EXPECT_EQ(readBytes(dir.file("c.ppm")),
+            std::string("P6\n3 1\n255\n\xFF\xFF\xFF\x01\x01\x01\0\0\0", 20));
 
   fbc::RgbImage wrong{2, 2, {1, 2, 3}};
   EXPECT_FALSE(fbc::writePpm8(dir.file("w.ppm"), wrong, 8, error));

@@ -23,7 +23,8 @@ struct Outcome {
 // given, is a list of shell variable assignments ("TMPDIR=...") for the tool's environment.
 inline Outcome runFbc(const TempDir& dir, const std::string& args, const std::string& env = "") {
   const std::string outFile = dir.path() + ".out", errFile = dir.path() + ".err";
-  const std::string cmd = "cd '" + dir.path() + "' && " + env + (env.empty() ? "" : " ") + "'" FBC_TOOL "' " + args + " >'" + outFile + "' 2>'" + errFile + "'";
+  const std::string cmd = "cd '" + dir.path() + "' && " + env + (env.empty() ? "" : " ") +
+                          "'" FBC_TOOL "' " + args + " >'" + outFile + "' 2>'" + errFile + "'";
   const int raw = std::system(cmd.c_str());
   Outcome r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readBytes(outFile), readBytes(errFile)};
   std::filesystem::remove(outFile);
@@ -41,7 +42,8 @@ struct ErrorCase {
 // Top-level names in `dir`, directories included: a failed run must not even create one.
 inline std::set<std::string> listDir(const std::string& dir) {
   std::set<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(dir)) names.insert(e.path().filename().string());
+  for (const auto& e : std::filesystem::directory_iterator(dir))
+    names.insert(e.path().filename().string());
   return names;
 }
 
@@ -88,7 +90,8 @@ inline const char kDefaultParams[] =
     "reg_mode_en=1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1\n"
     "reg_mode_definition=0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10\n"
     "reg_curve_mode_en=0\n"
-    "reg_comp_lut_in=32, 512, 2048, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095\n"
+    "reg_comp_lut_in=32, 512, 2048, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, 4095, "
+    "4095, 4095\n"
     "reg_comp_lut_out=32, 128, 220, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255\n"
     "reg_comp_lut_slope=4096, 819, 245, 70, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0\n"
     "reg_uncomp_lut_slope=256, 1280, 4274, 14973, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0\n"

@@ -88,7 +88,8 @@ TEST_F(DecodePicture, PgmHoldsSixteenTimesTheValues) {
   const std::string pgm = readBytes(dir_.file("out.pgm"));
   const std::string header = "P5\n8 2\n65535\n";
   ASSERT_EQ(pgm.size(), header.size() + 8 * 2 * 2);
-  EXPECT_EQ(pgm.substr(0, header.size() + 4), header + std::string("\x3E\x80\x7D\x00", 4));  // 16000, 32000
+  EXPECT_EQ(pgm.substr(0, header.size() + 4),
+            header + std::string("\x3E\x80\x7D\x00", 4));                     // 16000, 32000
   EXPECT_EQ(pgm.substr(pgm.size() - 4), std::string("\xBB\x80\x1F\x40", 4));  // 48000, 8000
 }
 
@@ -105,7 +106,8 @@ class DecodePpm : public DecodePicture, public ::testing::WithParamInterface<Dem
 //   B horizontal: rows -2 and +2 mirror to 2 (clamped to 1) and 0:
 //     (8000 + 2*32000 + 32000 + 8000 + 2*32000 + 32000 + 4) >> 3 = 26000
 TEST_P(DecodePpm, DemosaicsWithAllThreeValues) {
-  const Outcome r = runFbc(dir_, std::string("decode --width 8 --height 2 ") + GetParam().cfaOption + " in.bin out.ppm");
+  const Outcome r = runFbc(
+      dir_, std::string("decode --width 8 --height 2 ") + GetParam().cfaOption + " in.bin out.ppm");
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string ppm = readBytes(dir_.file("out.ppm"));
   const std::string header = "P6\n8 2\n65535\n";
@@ -126,8 +128,10 @@ TEST(RoundtripPictures, ExactInputGivesABlackErrorMapAndNoComparisonForGrey) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(listDir(dir.file("pics")),
             (std::set<std::string>{"input.pgm", "decoded.pgm", "modes.ppm", "errors.ppm"}));
-  EXPECT_NE(r.out.find("\nerror map: black, every pixel decoded exactly\n"), std::string::npos) << r.out;
-  EXPECT_EQ(readBytes(dir.file("pics/errors.ppm")), "P6\n16 2\n255\n" + std::string(16 * 2 * 3, '\0'));
+  EXPECT_NE(r.out.find("\nerror map: black, every pixel decoded exactly\n"), std::string::npos)
+      << r.out;
+  EXPECT_EQ(readBytes(dir.file("pics/errors.ppm")),
+            "P6\n16 2\n255\n" + std::string(16 * 2 * 3, '\0'));
 }
 
 // Full-range noise is coded with loss: the map's top colour, white, marks the largest error.
@@ -146,10 +150,12 @@ TEST(RoundtripPictures, ErrorMapAndComparisonOfBayerInput) {
   ASSERT_NE(at, std::string::npos) << r.out;
   const int largest = std::atoi(r.out.c_str() + at + 23);
   ASSERT_GT(largest, 0);
-  EXPECT_NE(r.out.find("to white at " + std::to_string(largest) + " (the largest error)\n"), std::string::npos)
+  EXPECT_NE(r.out.find("to white at " + std::to_string(largest) + " (the largest error)\n"),
+            std::string::npos)
       << r.out;
-  EXPECT_NE(r.out.find("\ncompare: input (left) and decoded (right), demosaiced with CFA layout 1\n"),
-            std::string::npos);
+  EXPECT_NE(
+      r.out.find("\ncompare: input (left) and decoded (right), demosaiced with CFA layout 1\n"),
+      std::string::npos);
 
   const std::string errors = readBytes(dir.file("pics/errors.ppm"));
   const std::string header = "P6\n16 4\n255\n";
@@ -185,9 +191,12 @@ TEST(RoundtripPictures, RealPhotograph) {
   const TempDir dir;
   const Outcome r = runFbc(dir, "roundtrip '" + photo + "' --out pics --format pnm");
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out.rfind(photo + ": 510x532, 271320 pixels in 34048 blocks of 1x8\n", 0), 0u) << r.out;
-  EXPECT_EQ(readBytes(dir.file("pics/errors.ppm")).size(), 15 + 510u * 532 * 3);   // "P6\n510 532\n255\n"
-  EXPECT_EQ(readBytes(dir.file("pics/compare.ppm")).size(), 17 + 1028u * 532 * 6);  // "P6\n1028 532\n4095\n"
+  EXPECT_EQ(r.out.rfind(photo + ": 510x532, 271320 pixels in 34048 blocks of 1x8\n", 0), 0u)
+      << r.out;
+  EXPECT_EQ(readBytes(dir.file("pics/errors.ppm")).size(),
+            15 + 510u * 532 * 3);  // "P6\n510 532\n255\n"
+  EXPECT_EQ(readBytes(dir.file("pics/compare.ppm")).size(),
+            17 + 1028u * 532 * 6);  // "P6\n1028 532\n4095\n"
 }
 
 }  // namespace

@@ -40,8 +40,7 @@ void writeInputs(const TempDir& dir) {
 
 // Runs a bash script (no single quotes) in `dir`, with $FBC naming the tool; returns its status.
 int bash(const TempDir& dir, const std::string& script) {
-  const std::string cmd =
-      "cd '" + dir.path() + "' && FBC='" FBC_TOOL "' bash -c '" + script + "'";
+  const std::string cmd = "cd '" + dir.path() + "' && FBC='" FBC_TOOL "' bash -c '" + script + "'";
   const int raw = std::system(cmd.c_str());
   return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
@@ -265,7 +264,8 @@ TEST(Outputs, ToolReadsMaximum256AsTwoBytesPerSample) {
   writeBytes(dir.file("c.ppm"), std::string("P6 1 1 256\n\x01\x00\x00\x80\x00\x00", 17));
   ASSERT_EQ(runFbc(dir, "roundtrip g.pgm --out g --format pnm").status, 0);
   EXPECT_EQ(readBytes(dir.file("g/input.pgm")), std::string("P5\n2 1\n4095\n\x0F\xF0\x07\xF8", 16));
-  ASSERT_EQ(runFbc(dir, "roundtrip c.ppm --out c --format pnm").status, 0);  // RGGB: pixel (0, 0) is red
+  ASSERT_EQ(runFbc(dir, "roundtrip c.ppm --out c --format pnm").status,
+            0);  // RGGB: pixel (0, 0) is red
   EXPECT_EQ(readBytes(dir.file("c/input.pgm")), std::string("P5\n1 1\n4095\n\x0F\xF0", 14));
 }
 

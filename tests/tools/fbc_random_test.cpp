@@ -189,18 +189,21 @@ TEST(RandomShard, ShardsMakeTheUnshardedTree) {
 TEST(RandomJobs, ManyJobsMakeTheOneJobTreeAndOutput) {
   const TempDir dir;
   writeBytes(dir.file("s.ini"), kSmallTests);
-  const Outcome one = runFbc(dir, "random --count 7 --seed 5 --coverage --outdir t --settings s.ini");
+  const Outcome one =
+      runFbc(dir, "random --count 7 --seed 5 --coverage --outdir t --settings s.ini");
   ASSERT_EQ(one.status, 0) << one.err;
   const std::set<std::string> files = listTree(dir.file("t"));
   std::filesystem::rename(dir.file("t"), dir.file("one"));
   for (const int jobs : {3, 16}) {
     SCOPED_TRACE(jobs);
-    const Outcome r = runFbc(dir, "random --count 7 --seed 5 --coverage --outdir t --settings s.ini --jobs " +
-                                      std::to_string(jobs));
+    const Outcome r =
+        runFbc(dir, "random --count 7 --seed 5 --coverage --outdir t --settings s.ini --jobs " +
+                        std::to_string(jobs));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, one.out);
     ASSERT_EQ(listTree(dir.file("t")), files);
-    for (const std::string& f : files) EXPECT_EQ(readBytes(dir.file("t/" + f)), readBytes(dir.file("one/" + f))) << f;
+    for (const std::string& f : files)
+      EXPECT_EQ(readBytes(dir.file("t/" + f)), readBytes(dir.file("one/" + f))) << f;
     std::filesystem::remove_all(dir.file("t"));
   }
 }
