@@ -145,14 +145,14 @@ int runVerbs(const char* command, const char* about, const std::vector<Verb>& ve
   const std::string verb = argv.empty() ? "" : argv[0];
   const std::string prefix = std::string(command) + " ";
   for (const Verb& v : verbs) {
-    if (v.spec->name == prefix + verb) {
+    if (v.command->name == prefix + verb) {
       return v.run(std::vector<std::string>(argv.begin() + 1, argv.end()));
     }
   }
   if (verb == "--help" || verb == "-h") {
     const char* lead = "usage: ";
     for (const Verb& v : verbs) {
-      std::cout << lead << "fbc " << v.spec->name << ' ' << v.spec->synopsis << '\n';
+      std::cout << lead << "fbc " << v.command->name << ' ' << v.command->synopsis << '\n';
       lead = "       ";
     }
     std::cout << lead << "fbc " << command << " <verb> --help\n\n" << about << '\n';

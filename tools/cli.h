@@ -89,7 +89,7 @@ void printHelp(const CommandSpec& cmd);
 // <verb>" and its run function. runVerbs picks the verb by the first word and hands it the rest;
 // "--help" lists every verb's usage line; a missing or unknown verb is a usage Error.
 struct Verb {
-  const CommandSpec* spec;
+  const CommandSpec* command;  // its usage, options and argument counts
   int (*run)(const std::vector<std::string>& argv);
 };
 int runVerbs(const char* command, const char* about, const std::vector<Verb>& verbs,
