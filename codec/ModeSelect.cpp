@@ -29,14 +29,8 @@ int Compression1x8::modeCost(int mode) const {
       return DPCMMaxErr;
     case kModeTruncate:
       return TruncateMaxErr;
-    case kModeEdge2:
-    case kModeEdge3:
-    case kModeEdge4:
-    case kModeEdge5:
-    case kModeEdge6:
-    case kModeEdge7:
-      return edge(mode - 3).MaxErr;
     default:
+      if (mode >= kModeEdge2 && mode <= kModeEdge7) return edge(mode - 3).MaxErr;
       return 4095;  // Curve has no cost; nor have remapped numbers beyond the modes
   }
 }
