@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <iostream>
 #include <thread>
 #include <vector>
@@ -28,7 +29,8 @@ const CommandSpec kSpec{
     "lines excluded) and a plain copy of the same 16-bit output buffer, on the demo chart tiled\n"
     "to W x H (default 3840x2160) and on a noise frame, each with the rows split among --threads\n"
     "threads (default one per processor; the copy is split the same way). Each path runs once to\n"
-    "warm up, then N times (default 20); the median is reported. --json prints one JSON object\n"
+    "warm up, then N rounds (default 20) run every path once each, in turn; each path's median\n"
+    "is reported. --json prints one JSON object\n"
     "instead of the table.",
     {kOptWidth,
      kOptHeight,
@@ -56,20 +58,25 @@ Frame noiseFrame(int w, int h) {
   return f;
 }
 
-// Median seconds of `repeat` runs of fn after one warm-up run.
-template <class Fn>
-double medianSeconds(int repeat, Fn&& fn) {
-  fn();
-  std::vector<double> t;
-  t.reserve(repeat);
-  for (int r = 0; r < repeat; ++r) {
-    const auto a = std::chrono::steady_clock::now();
-    fn();
-    const auto b = std::chrono::steady_clock::now();
-    t.push_back(std::chrono::duration<double>(b - a).count());
+// Median seconds of each path over `repeat` rounds, after one warm-up run of each. A round runs
+// every path once, so all of them see the same share of whatever else the machine is doing and
+// their ratios hold even when the absolute figures move with the load.
+std::vector<double> medianSeconds(int repeat, const std::vector<std::function<void()>>& paths) {
+  for (const auto& fn : paths) fn();
+  std::vector<std::vector<double>> t(paths.size());
+  for (int r = 0; r < repeat; ++r)
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+      const auto a = std::chrono::steady_clock::now();
+      paths[i]();
+      const auto b = std::chrono::steady_clock::now();
+      t[i].push_back(std::chrono::duration<double>(b - a).count());
+    }
+  std::vector<double> median;
+  for (auto& v : t) {
+    std::sort(v.begin(), v.end());
+    median.push_back(v[v.size() / 2]);
   }
-  std::sort(t.begin(), t.end());
-  return t[t.size() / 2];
+  return median;
 }
 
 // Copies n values split into one contiguous part per thread, like the frame drivers' rows.
@@ -86,22 +93,12 @@ void parallelCopy(unsigned short* to, const unsigned short* from, std::size_t n,
   for (std::thread& t : others) t.join();
 }
 
-struct FrameTimes {
-  double encode;
-  double decode;
-};
-
-FrameTimes timeFrame(const Frame& in, int repeat, int threads, Frame& compressed) {
-  Compression1x8 codec("FBC", false);
+// A codec with the software defaults, the block enabled, the rows split among `threads`.
+void setUp(Compression1x8& codec, int threads) {
   codec.setSWinit();
   codec.setEnable(true);
+  codec.m_dumpLevel = 0;
   codec.Threads = threads;
-  codec.allocateCompressedFrame(in.width, in.height, compressed);
-  FrameTimes t{};
-  t.encode = medianSeconds(repeat, [&] { codec.CompressFrame(in, compressed, 0, 0); });
-  Frame decoded(in.width, in.height, Frame::CS_RAW, 16);
-  t.decode = medianSeconds(repeat, [&] { codec.DecompressFrame(compressed, decoded, 0); });
-  return t;
 }
 
 }  // namespace
@@ -118,9 +115,14 @@ int runBench(const Words& argv) {
   const bool json = args.has("json");
   const double mpix = static_cast<double>(width) * height / 1e6;
 
-  Frame compressed(Frame::CS_RAW, CFA_RGGB, 8);
-  const FrameTimes noise = timeFrame(noiseFrame(width, height), repeat, threads, compressed);
-  const FrameTimes mixed = timeFrame(chartFrame(width, height), repeat, threads, compressed);
+  const Frame chart = chartFrame(width, height), noise = noiseFrame(width, height);
+  Compression1x8 codec("FBC", false);
+  setUp(codec, threads);
+  Frame chartCodes(Frame::CS_RAW, CFA_RGGB, 8), noiseCodes(Frame::CS_RAW, CFA_RGGB, 8);
+  codec.allocateCompressedFrame(width, height, chartCodes);
+  codec.allocateCompressedFrame(width, height, noiseCodes);
+  codec.CompressFrame(chart, chartCodes, 0, 0);
+  Frame decoded(width, height, Frame::CS_RAW, 16);
 
   // The host-facing buffer: rows of `width` code bytes (the compressed frame's rows cut to the
   // width) plus the 7 bytes the last block may read past the end.
@@ -129,18 +131,21 @@ int runBench(const Words& argv) {
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x)
       raw[static_cast<std::size_t>(y) * width + x] = static_cast<unsigned char>(
-          compressed.data[static_cast<std::size_t>(y) * compressed.width + x]);
+          chartCodes.data[static_cast<std::size_t>(y) * chartCodes.width + x]);
   std::vector<unsigned short> out(pixels), copy(pixels);
-  // The C entry's codec: software defaults, block enabled; its three console lines are not timed.
+  // The C entry's codec: its three console lines are not timed.
   Compression1x8 host("FBC", false);
-  host.Enable = 1;
-  host.m_dumpLevel = 0;
-  host.setSWinit();
-  host.Threads = threads;
-  const double fbd = medianSeconds(
-      repeat, [&] { host.DecompressFrame(raw.data(), out.data(), width, height, 0); });
-  const double cp =
-      medianSeconds(repeat, [&] { parallelCopy(copy.data(), out.data(), pixels, threads); });
+  setUp(host, threads);
+
+  enum { kEncode, kDecode, kFbd, kCopy, kEncodeNoise, kDecodeNoise };
+  const std::vector<double> t = medianSeconds(
+      repeat, {[&] { codec.CompressFrame(chart, chartCodes, 0, 0); },
+               [&] { codec.DecompressFrame(chartCodes, decoded, 0); },
+               [&] { host.DecompressFrame(raw.data(), out.data(), width, height, 0); },
+               [&] { parallelCopy(copy.data(), out.data(), pixels, threads); },
+               [&] { codec.CompressFrame(noise, noiseCodes, 0, 0); },
+               [&] { codec.DecompressFrame(noiseCodes, decoded, 0); }});
+  const double cp = t[kCopy];
   const double copyGbS = pixels * sizeof(unsigned short) / cp / 1e9;
 
   char line[512];
@@ -150,8 +155,8 @@ int runBench(const Words& argv) {
         "{\"width\": %d, \"height\": %d, \"encode_mpix_s\": %.1f, \"decode_mpix_s\": %.1f, "
         "\"fbd_mpix_s\": %.1f, \"copy_gb_s\": %.2f, \"encode_noise_mpix_s\": %.1f, "
         "\"decode_noise_mpix_s\": %.1f, \"threads\": %d}\n",
-        width, height, mpix / mixed.encode, mpix / mixed.decode, mpix / fbd, copyGbS,
-        mpix / noise.encode, mpix / noise.decode, threads);
+        width, height, mpix / t[kEncode], mpix / t[kDecode], mpix / t[kFbd], copyGbS,
+        mpix / t[kEncodeNoise], mpix / t[kDecodeNoise], threads);
     std::cout << line;
     return kExitOk;
   }
@@ -163,11 +168,11 @@ int runBench(const Words& argv) {
                   mpix / s, s / cp);
     std::cout << line;
   };
-  row("encode", mixed.encode);
-  row("decode (frame)", mixed.decode);
-  row("decode (raw, FBD)", fbd);
-  row("encode (noise)", noise.encode);
-  row("decode (frame, noise)", noise.decode);
+  row("encode", t[kEncode]);
+  row("decode (frame)", t[kDecode]);
+  row("decode (raw, FBD)", t[kFbd]);
+  row("encode (noise)", t[kEncodeNoise]);
+  row("decode (frame, noise)", t[kDecodeNoise]);
   std::snprintf(line, sizeof line, "  %-22s %9.3f ms %9.2f GB/s\n", "copy of the output", cp * 1e3,
                 copyGbS);
   std::cout << line;
