@@ -246,12 +246,12 @@ TEST_F(Writers, PictureFailureLeavesNothingBehind) {
   EXPECT_EQ(readBytes(file("keep.pgm")), std::string("P5\n1 1\n65535\n\0\0", 15));
 }
 
+// Level 765 * value / maximum, red first, then green, then blue: 1 of 2 is level 382.
 TEST(HeatColour, RampsThroughRedAndYellowToWhite) {
   const struct {
     int value, maxValue;
     std::vector<int> rgb;
-  } cases[] = {
-      {0, 100, {0, 0, 0}}, {1, 2, {255, 127, 0}} /* level 765/2 */, {500, 100, {255, 255, 255}}};
+  } cases[] = {{0, 100, {0, 0, 0}}, {1, 2, {255, 127, 0}}, {500, 100, {255, 255, 255}}};
   for (const auto& c : cases) {
     int rgb[3];
     fbc::heatColour(c.value, c.maxValue, rgb);
