@@ -79,6 +79,11 @@ constexpr int modeOfCode(BlockCode code) {
 }
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "block codes are stored little-endian");
+// The edge member (2..7) a mode number names, 0 for every other number.
+constexpr int edgeMemberOf(int mode) {
+  return mode >= kModeEdge2 && mode <= kModeEdge7 ? mode - kModeEdge2 + 2 : 0;
+}
+
 inline BlockCode loadCode(const unsigned char* bytes) {
   BlockCode c;
   std::memcpy(&c, bytes, sizeof c);

@@ -30,7 +30,7 @@ int Compression1x8::modeCost(int mode) const {
     case kModeTruncate:
       return TruncateMaxErr;
     default:
-      if (mode >= kModeEdge2 && mode <= kModeEdge7) return edge(mode - 3).MaxErr;
+      if (const int member = edgeMemberOf(mode)) return edge(member).MaxErr;
       return 4095;  // Curve has no cost; nor have remapped numbers beyond the modes
   }
 }
@@ -163,7 +163,9 @@ int Compression1x8::encoderOf(int selected) {
 }
 
 BlockCode Compression1x8::encodeSelected(const int* p, bool parity) {
-  switch (encoderOf(SelectedMode)) {
+  const int encoder = encoderOf(SelectedMode);
+  if (const int member = edgeMemberOf(encoder)) return encodeEdge(member, p);
+  switch (encoder) {
     case kModeHadamard:
       return encodeHadama();
     case kModeCurve:
@@ -172,13 +174,6 @@ BlockCode Compression1x8::encodeSelected(const int* p, bool parity) {
       return encodeMinMax();
     case kModeDpcm:
       return encodeDPCM();
-    case kModeEdge2:
-    case kModeEdge3:
-    case kModeEdge4:
-    case kModeEdge5:
-    case kModeEdge6:
-    case kModeEdge7:
-      return encodeEdge(SelectedMode - 3, p);
     default:
       return encodeTruncate(p, parity);
   }

@@ -36,6 +36,7 @@ const char* selectionRuleText(int rule) {
 }
 
 int codeFields(BlockCode code, int mode, CodeField* out) {
+  if (const int member = edgeMemberOf(mode)) return layout::edgeFields(member, code, out);
   switch (mode) {
     case kModeHadamard:
       return layout::hadamardFields(code, out);
@@ -47,13 +48,6 @@ int codeFields(BlockCode code, int mode, CodeField* out) {
       return layout::dpcmFields(code, out);
     case kModeTruncate:
       return layout::truncateFields(code, out);
-    case kModeEdge2:
-    case kModeEdge3:
-    case kModeEdge4:
-    case kModeEdge5:
-    case kModeEdge6:
-    case kModeEdge7:
-      return layout::edgeFields(mode - 3, code, out);
     default:
       return 0;
   }
