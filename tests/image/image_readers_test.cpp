@@ -122,7 +122,7 @@ TEST_F(Readers, ParsePPMFileRescalesAsciiOnly) {
   }
 }
 
-// The specified readers print the size and read on where the file ends early. The word 0xABCD
+// The lenient readers print the size and read on where the file ends early. The word 0xABCD
 // is stored little-endian, unless said otherwise.
 TEST_F(Readers, LenientRawUnpacksWords) {
   const struct {
